@@ -183,7 +183,10 @@ TEST_F(HttpTest, ConnectionCutInTheBodyIsAnErrorWithItsStatus) {
     };
     for (const auto& head : cutHeads) {
         const ScriptedServer server([&](ServerConnection& connection) {
-            if (connection.readRequest()) connection.send(head);
+            if (!connection.readRequest()) return;
+            connection.send(head);
+            // Qt can't tell a chunked body from a whole one when its end comes in the same read as its beginning.
+            std::this_thread::sleep_for(50ms);
         });
         const auto response = get(server.url());
         EXPECT_EQ("200 CutOff", summary(response)) << head;

@@ -254,7 +254,9 @@ TEST_F(DefaultsTest, OddFilesKeepTheirLinesAndTakeTheNextWrite) {
         const auto written = contentOf(file);
         for (const auto* kept :
              {"garbage without an end", "[Other]", "=theirs", "\"torn", "server=https://by.hand", "; note", "%zz=1"}) {
-            if (content.find(kept) != std::string::npos) EXPECT_THAT(written, HasSubstr(kept));
+            if (content.find(kept) != std::string::npos) {
+                EXPECT_THAT(written, HasSubstr(kept));
+            }
         }
     }
     put(file, odd[3]);

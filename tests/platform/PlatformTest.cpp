@@ -70,7 +70,7 @@ TEST(LoggerTest, SinksGetWhatLoggersWrite) {
 
 std::string shown(const std::optional<Timestamp>& time) {
     if (!time) return "none";
-    const auto rest = (time->time_since_epoch() % std::chrono::seconds(1)).count();
+    const auto rest = (*time - std::chrono::floor<std::chrono::seconds>(*time)).count();
     return dates::formatIso8601Utc(*time) + (rest == 0 ? "" : "+" + std::to_string(rest));
 }
 

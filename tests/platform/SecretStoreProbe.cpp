@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Carries out one command a line on the secret store that the program would choose, and answers with one line each.
 // A process of its own, because the libraries below keep their first session bus for life.
-#include "platform/IdleInhibitor.h"
 #include "platform/LogSinks.h"
 #include "platform/SecretStore.h"
 
@@ -39,13 +38,9 @@ void converse(const std::string& fallbackFile) {
     const auto log = std::make_shared<MemoryLogSink>();
     const auto store = fallbackFile == "service" ? makeServiceSecretStore()
                                                  : chooseSecretStore(fallbackFile, Logger(log, "SecretStore"));
-    const auto idle = makeIdleInhibitor();
     for (std::string line; std::getline(std::cin, line);) {
         if (line == "log") {
             std::cout << (log->records().empty() ? "silent" : log->records().front().message) << std::endl;
-        } else if (line == "awake" || line == "asleep") {
-            idle->setIdleTimerDisabled(line == "awake");
-            std::cout << "done" << std::endl;
         } else {
             std::cout << answer(*store, line) << std::endl;
         }

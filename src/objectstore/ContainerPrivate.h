@@ -51,6 +51,8 @@ struct PersistentContainer::Private {
     std::vector<std::weak_ptr<Inbox>> inboxes;
     std::mutex viewContextMutex;
     std::shared_ptr<ManagedObjectContext> viewContext;
+    /// Fills the inboxes; the ones returned are to be woken, with no lock held.
+    [[nodiscard]] std::vector<std::shared_ptr<Inbox>> fillInboxes(const ChangeSet& changes, const Inbox* except);
     void tellContexts(const ChangeSet& changes, const Inbox* except);
 
     // Changes of other processes.
@@ -58,7 +60,8 @@ struct PersistentContainer::Private {
     std::int64_t lastChange = 0; ///< the last entry of the change log that was looked at
     /// Reads what others wrote into the log and tells the contexts. False when the store failed.
     bool pullRemote(sqlite::Database& database);
-    sqlite::Database::Fingerprint seenCommit; ///< with utilityMutex
+    std::mutex seenMutex;
+    sqlite::Database::Fingerprint seenCommit; ///< of processRemoteChanges
     bool hasSeenCommit = false;
     struct RemoteCallbacks {
         std::mutex mutex;

@@ -65,7 +65,8 @@ ManagedObjectContext::ManagedObjectContext(std::unique_ptr<Private> d) : m_d(std
     if (m_d->kind == ContextQueue::Main) {
         wake = [box] {
             mainQueue::async([weak = *box] {
-                const auto inbox = weak.lock();
+                // Without an event loop this runs on any thread; then the next call takes the inbox.
+                const auto inbox = mainQueue::isCurrent() ? weak.lock() : nullptr;
                 if (inbox && inbox->context) inbox->context->m_d->takeInbox(true);
             });
         };

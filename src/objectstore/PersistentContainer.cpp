@@ -57,29 +57,34 @@ sqlite::Database* PersistentContainer::Private::utilityDatabase(Error& error) {
     return utility.get();
 }
 
+std::vector<std::shared_ptr<Inbox>> PersistentContainer::Private::fillInboxes(const ChangeSet& changes,
+                                                                              const Inbox* except) {
+    std::vector<std::shared_ptr<Inbox>> toWake;
+    const std::lock_guard guard(contextsMutex);
+    for (const auto& weak : inboxes)
+        if (auto box = weak.lock(); box && box.get() != except && box->push(changes)) toWake.push_back(std::move(box));
+    return toWake;
+}
+
 void PersistentContainer::Private::tellContexts(const ChangeSet& changes, const Inbox* except) {
-    std::vector<std::shared_ptr<Inbox>> boxes;
-    {
-        const std::lock_guard guard(contextsMutex);
-        for (const auto& weak : inboxes)
-            if (auto box = weak.lock(); box && box.get() != except) boxes.push_back(std::move(box));
-    }
-    for (const auto& box : boxes)
-        box->push(changes);
+    for (const auto& box : fillInboxes(changes, except))
+        box->wake();
 }
 
 bool PersistentContainer::Private::pullRemote(sqlite::Database& database) {
-    ChangeSet changes;
+    std::vector<std::shared_ptr<Inbox>> toWake;
     {
         const std::lock_guard guard(remoteMutex);
         auto news = changeLog->readSince(database, lastChange);
         if (!news) return false;
         lastChange = news->last;
-        changes = std::move(news->changes);
-        // Under the lock, so that whoever finds nothing new afterwards also finds the inboxes filled.
-        if (!changes.empty()) tellContexts(changes, nullptr);
+        if (news->changes.empty()) return true;
+        // Under the lock, so that whoever finds nothing new afterwards also finds its inbox filled.
+        toWake = fillInboxes(news->changes, nullptr);
     }
-    if (!changes.empty()) tellRemoteChange();
+    for (const auto& box : toWake)
+        box->wake();
+    tellRemoteChange();
     return true;
 }
 
@@ -254,14 +259,22 @@ Result<void> PersistentContainer::batchDelete(std::string_view entityName) {
 }
 
 void PersistentContainer::processRemoteChanges() {
-    const std::lock_guard guard(m_d->utilityMutex);
-    Error error;
-    sqlite::Database* database = m_d->utilityDatabase(error);
-    if (!database) return;
+    auto taken = m_d->takeConnection();
+    if (!taken) return;
     sqlite::Database::Fingerprint now;
-    const bool known = database->fingerprint(now);
-    if (known && m_d->hasSeenCommit && now == m_d->seenCommit) return;
-    m_d->hasSeenCommit = m_d->pullRemote(*database) && known;
+    const bool known = (*taken)->fingerprint(now);
+    {
+        const std::lock_guard guard(m_d->seenMutex);
+        if (known && m_d->hasSeenCommit && now == m_d->seenCommit) {
+            m_d->giveBack(std::move(*taken));
+            return;
+        }
+    }
+    // Callbacks run in here, so no lock is held.
+    const bool looked = m_d->pullRemote(**taken);
+    m_d->giveBack(std::move(*taken));
+    const std::lock_guard guard(m_d->seenMutex);
+    m_d->hasSeenCommit = looked && known;
     m_d->seenCommit = now;
 }
 

@@ -13,6 +13,9 @@ function(lf_library folder)
   endif()
 endfunction()
 
+# What the sanitizer run builds.
+add_custom_target(fast-tests)
+
 # lf_test(<name> SOURCES ... LIBS ... [LABELS ...] [PRIVATE_BUS] [TIMEOUT seconds]): a GoogleTest program.
 # The label "fast" puts it into the sanitizer run too. Each program is one ctest entry, run in an environment of its own;
 # with PRIVATE_BUS it runs under dbus-run-session.
@@ -27,6 +30,9 @@ function(lf_test name)
   endif()
   if(ARG_QT)
     set_target_properties(${name} PROPERTIES AUTOMOC ON)
+  endif()
+  if("fast" IN_LIST ARG_LABELS)
+    add_dependencies(fast-tests ${name})
   endif()
   if(NOT ARG_TIMEOUT)
     set(ARG_TIMEOUT 300)

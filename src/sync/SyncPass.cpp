@@ -52,9 +52,9 @@ constexpr std::array kAttributeSteps{
 } // namespace
 
 SyncPass::SyncPass(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api, SyncCaller caller,
-                   SyncObserver observer, std::function<bool()> stopRequested)
+                   SyncObserver observer, SyncHooks hooks, std::function<bool()> stopRequested)
     : m_services(services), m_core(core), m_api(std::move(api)), m_caller(caller), m_observer(std::move(observer)),
-      m_stopRequested(std::move(stopRequested)),
+      m_hooks(std::move(hooks)), m_stopRequested(std::move(stopRequested)),
       m_log(services.logger(caller == SyncCaller::Screen ? "DocumentsView" : "SyncWithServerIntent")) {}
 
 SyncOutcome SyncPass::run() {
@@ -81,8 +81,11 @@ SyncOutcome SyncPass::runAwake() {
         m_log.info("Another sync of this store is running");
         return SyncOutcome::AlreadyRunning;
     }
+    if (m_hooks.began) m_hooks.began();
     const SyncOutcome outcome = runLocked();
     stage(loadingData::finished);
+    const bool endedEarly = outcome == SyncOutcome::NoAnswer || outcome == SyncOutcome::Stopped;
+    if (!endedEarly && m_hooks.ended) m_hooks.ended();
     return outcome;
 }
 
@@ -114,11 +117,11 @@ bool SyncPass::capture() {
     m_container = m_core.persistenceContainer();
     m_context = m_core.backgroundContext();
     if (m_api->isInert() || !addresses::same(m_api->Server(), m_server)) return false;
+    if (m_core.isOfflineStore() || &m_context->container() != m_container.get()) return false;
     // After a failed move the old store is still open: it must not take another server's documents.
     const auto instances = ConnectedInstances::load(*m_services.defaults);
     const auto* entry = instances.find(m_server);
-    const bool inCloud = m_services.defaults->boolean("useiCloud").value_or(false);
-    return !entry || inCloud || m_container->file().stem() == entry->second.store;
+    return !entry || m_core.storeName() == entry->second.store;
 }
 
 bool SyncPass::mustStop() const {

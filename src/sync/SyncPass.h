@@ -21,6 +21,12 @@ enum class SyncCaller {
     Intent  ///< a shortcut or the command line: the first answer ends nothing, an unknown version opens no gate
 };
 
+/// What goes on around a pass, on its thread. Either may be empty.
+struct SyncHooks {
+    std::function<void()> began; ///< the store is held and the server about to be asked
+    std::function<void()> ended; ///< every step was taken; not after a pass that ended early
+};
+
 /// One pass that brings the active store up to its server's state: attributes, then documents. It captures the server,
 /// the token and the store when it begins and stops at the next step when one of them is no longer the active one.
 /// Used once, on one thread that isn't the main thread.
@@ -28,7 +34,7 @@ class SyncPass {
 public:
     /// The handler must be the one of the active server. `stopRequested` is asked from the pass's thread.
     SyncPass(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api, SyncCaller caller,
-             SyncObserver observer, std::function<bool()> stopRequested);
+             SyncObserver observer, SyncHooks hooks, std::function<bool()> stopRequested);
 
     SyncOutcome run();
 
@@ -59,6 +65,7 @@ private:
     std::shared_ptr<ApiHandler> m_api;
     SyncCaller m_caller;
     SyncObserver m_observer;
+    SyncHooks m_hooks;
     std::function<bool()> m_stopRequested;
     Logger m_log;
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "browse/ScreenLink.h"
 #include "connection/ApiHandler.h"
 #include "objectstore/ObjectID.h"
 #include "platform/DispatchQueue.h"
@@ -100,12 +101,13 @@ private:
     void watchStore();
     void serverChanged();
     void followServer(const std::string& address, const std::shared_ptr<ApiHandler>& api);
-    /// Runs on the main thread, unless the screen is gone by then.
-    void onMain(std::function<void()> block);
+    /// Queued on the main thread, unless the screen is gone by then.
+    void onMain(std::function<void()> block) { m_link->post(std::move(block)); }
 
     Services& m_services;
     CoreDataHandler& m_core;
     Logger m_log;
+    std::shared_ptr<ScreenLink> m_link;
 
     loadingData m_loadingFromServer = loadingData::finished;
     additionalLoadingInfo m_loadingFromServerAdditionalInformation;

@@ -60,6 +60,7 @@ void DocumentDownloads::downloadSelectedDocuments(std::shared_ptr<ApiHandler> ap
 void DocumentDownloads::cancel() {
     const std::lock_guard lock(m_telling);
     ++m_generation;
+    if (const auto shown = std::exchange(m_shown, nullptr)) shown(loadingData::finished);
 }
 
 void DocumentDownloads::wait() {
@@ -68,13 +69,9 @@ void DocumentDownloads::wait() {
 
 void DocumentDownloads::run(const Run& run) {
     if (!isCurrent(run)) return;
-    tell(run, [](const SyncObserver& observer) {
-        if (observer.stage) observer.stage(loadingData::downloading);
-    });
+    tellStage(run, loadingData::downloading);
     const bool ended = downloadAll(run, selectedDocuments(run));
-    tell(run, [](const SyncObserver& observer) {
-        if (observer.stage) observer.stage(loadingData::finished);
-    });
+    tellStage(run, loadingData::finished);
     if (ended) m_log.debug("Finished downloading documents");
 }
 
@@ -102,12 +99,7 @@ bool DocumentDownloads::downloadAll(const Run& run, const std::vector<ObjectID>&
         const auto context = run.container->newBackgroundContext();
         for (std::size_t index = begin; index < std::min(begin + kBatch, documents.size()); ++index) {
             if (!isCurrent(run)) return false;
-            tell(run, [&](const SyncObserver& observer) {
-                if (observer.additionalInformation)
-                    observer.additionalInformation(
-                        additionalLoadingInfo::success("Downloading Document " + std::to_string(index + 1) + " of " +
-                                                       std::to_string(documents.size())));
-            });
+            tellProgress(run, index + 1, documents.size());
             if (!download(run, *context, documents[index])) return false;
         }
     }
@@ -130,9 +122,18 @@ bool DocumentDownloads::isCurrent(const Run& run) const {
            addresses::same(run.api->Server(), m_services.defaults->string("server").value_or(""));
 }
 
-void DocumentDownloads::tell(const Run& run, const std::function<void(const SyncObserver&)>& what) {
+void DocumentDownloads::tellStage(const Run& run, loadingData stage) {
     const std::lock_guard lock(m_telling);
-    if (run.generation == m_generation.load()) what(run.observer);
+    if (run.generation != m_generation.load() || !run.observer.stage) return;
+    m_shown = stage == loadingData::finished ? nullptr : run.observer.stage;
+    run.observer.stage(stage);
+}
+
+void DocumentDownloads::tellProgress(const Run& run, std::size_t index, std::size_t count) {
+    const std::lock_guard lock(m_telling);
+    if (run.generation != m_generation.load() || !run.observer.additionalInformation) return;
+    run.observer.additionalInformation(additionalLoadingInfo::success("Downloading Document " + std::to_string(index) +
+                                                                      " of " + std::to_string(count)));
 }
 
 } // namespace ledgerfinch

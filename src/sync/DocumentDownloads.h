@@ -51,8 +51,9 @@ private:
     bool download(const Run& run, ManagedObjectContext& context, const ObjectID& document);
     std::vector<ObjectID> selectedDocuments(const Run& run) const;
     [[nodiscard]] bool isCurrent(const Run& run) const;
-    /// Tells the observer, unless another run has taken this one's place.
-    void tell(const Run& run, const std::function<void(const SyncObserver&)>& what);
+    // These tell the run's observer, unless another run has taken its place.
+    void tellStage(const Run& run, loadingData stage);
+    void tellProgress(const Run& run, std::size_t index, std::size_t count);
 
     Services& m_services;
     CoreDataHandler& m_core;
@@ -60,6 +61,7 @@ private:
     Logger m_log;
     std::atomic<std::uint64_t> m_generation{0}; ///< of the run that counts
     std::mutex m_telling;                       ///< held while an observer is told
+    std::function<void(loadingData)> m_shown;   ///< hears the stage of a run that is shown as under way
     DispatchQueue m_queue{"downloadSelectedDocuments"};
 };
 

@@ -141,7 +141,6 @@ void DocumentsView::switchToInstance(const QString& address) {
     steps.useHandler = [this, link = m_link](const std::shared_ptr<ApiHandler>& api) {
         link->run([&] {
             m_activeServer = m_services.defaults->string("server").value_or("");
-            m_log.debug("Moved to store %{public}s", m_core.storeName());
             watchStore();
             setApiHandler(api);
         });

@@ -48,7 +48,8 @@ std::vector<std::string> HeardScreen::texts() const {
     return texts;
 }
 
-Device::Device(std::filesystem::path folder, const ServerAddress& server) : m_server(server) {
+Device::Device(std::filesystem::path folder, const ServerAddress& server, std::shared_ptr<DocumentSink> sink)
+    : m_server(server) {
     m_services.paths = Paths::standard(std::move(folder)).value();
     m_services.log = m_log;
     m_services.defaults = UserDefaults::open(m_services.paths.config / "settings.ini").value();
@@ -68,7 +69,7 @@ Device::Device(std::filesystem::path folder, const ServerAddress& server) : m_se
     (void)settings().set("server", server.url);
     (void)registerInstance(settings(), server.url);
     (void)KeychainHandler(m_services).saveToken(server.token, server.url);
-    m_core = std::make_unique<CoreDataHandler>(m_services);
+    m_core = std::make_unique<CoreDataHandler>(m_services, std::move(sink));
     m_api = offMain([&] { return ApiHandler::withToken(m_services, *m_core, server.url, server.token); });
     m_driver = std::make_unique<SyncDriver>(m_services, *m_core);
 }

@@ -59,7 +59,7 @@ struct HeardScreen {
 class Device {
 public:
     /// The folder may hold an earlier device's things; it is left behind.
-    Device(std::filesystem::path folder, const ServerAddress& server);
+    Device(std::filesystem::path folder, const ServerAddress& server, std::shared_ptr<DocumentSink> sink = nullptr);
     ~Device();
 
     /// One pass of the real driver; the downloads that follow are waited for.

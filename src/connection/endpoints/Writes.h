@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "connection/ApiHandler.h"
+#include "objectstore/ManagedObject.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+namespace ledgerfinch {
+
+class CD_Correspondent;
+class CD_Custom_Field;
+class CD_Document;
+class CD_Document_Type;
+class CD_Group;
+class CD_Saved_View;
+class CD_Storage_Path;
+class CD_Tag;
+class CD_User;
+
+/// An update, ready to be sent from any thread: nothing in it refers to the store any more.
+///
+/// For every key of the body: a property with an unsaved change in the object's context goes as it is now; everything
+/// else goes as the server last delivered it. So an update is prepared before the object is saved, and after an
+/// accepted one the object's record of what was delivered is renewed (`keepDelivered`), in the same save.
+struct PreparedWrite {
+    std::string path;       ///< of the PATCH
+    std::string body;       ///< JSON
+    std::string entityName; ///< for the repair list
+    std::int64_t id = 0;
+    std::string logFormat; ///< of a failure
+    /// What the server holds once it has accepted, as far as the object's record tells it.
+    std::string delivered;
+};
+
+// Inside the object's queue, before it is saved.
+PreparedWrite prepareUpdate(const CD_Document& document);
+/// Only the text.
+PreparedWrite prepareContentUpdate(const CD_Document& document, const std::string& content);
+PreparedWrite prepareUpdate(const CD_Tag& tag);
+PreparedWrite prepareUpdate(const CD_Correspondent& correspondent);
+PreparedWrite prepareUpdate(const CD_Document_Type& type);
+PreparedWrite prepareUpdate(const CD_Storage_Path& path);
+PreparedWrite prepareUpdate(const CD_Custom_Field& field);
+PreparedWrite prepareUpdate(const CD_Saved_View& view);
+PreparedWrite prepareUpdate(const CD_User& user);
+PreparedWrite prepareUpdate(const CD_Group& group);
+
+struct WriteAnswer {
+    int status = 0;
+    std::string body;
+    /// For keepDelivered; empty unless accepted.
+    std::string delivered;
+    [[nodiscard]] bool accepted() const { return status >= 200 && status < 300; }
+};
+/// Sends it. Unless the server accepts, logs and puts the record on the repair list.
+WriteAnswer send(ApiHandler& api, const PreparedWrite& write);
+
+/// Inside the object's queue: notes what the server now holds. The caller saves. Where an object is saved before its
+/// write is sent, `PreparedWrite::delivered` goes in at once; if the server then refuses, the repair puts it right.
+void keepDelivered(ManagedObject& object, const std::string& delivered);
+
+// The three steps for an object of any context: prepares in its queue, sends, and on success notes what the server
+// holds (unsaved). Each gives the status. Not from inside the object's queue.
+int updateDocument(ApiHandler& api, const std::shared_ptr<CD_Document>& document);
+int updateTag(ApiHandler& api, const std::shared_ptr<CD_Tag>& tag);
+int updateCorrespondent(ApiHandler& api, const std::shared_ptr<CD_Correspondent>& correspondent);
+int updateDocumentType(ApiHandler& api, const std::shared_ptr<CD_Document_Type>& type);
+int updateStoragePath(ApiHandler& api, const std::shared_ptr<CD_Storage_Path>& path);
+int updateCustomField(ApiHandler& api, const std::shared_ptr<CD_Custom_Field>& field);
+int updateSavedView(ApiHandler& api, const std::shared_ptr<CD_Saved_View>& view);
+int updateUser(ApiHandler& api, const std::shared_ptr<CD_User>& user);
+int updateGroup(ApiHandler& api, const std::shared_ptr<CD_Group>& group);
+
+} // namespace ledgerfinch

@@ -18,12 +18,16 @@ public:
     CompositionRoot* program() override {
         if (m_program || m_tried) return m_program.get();
         m_tried = true;
-        auto made = m_make(m_options);
-        if (made) m_program = std::move(made).value();
-        else m_console.complain(printable(made.error().message));
+        auto made = m_make(std::move(m_options));
+        if (made) {
+            m_program = std::move(made).value();
+        } else {
+            m_console.complain(printable(made.error().message));
+            if (made.error().code == static_cast<int>(LaunchError::Folders)) m_failure = ExitCode::CannotCreate;
+        }
         return m_program.get();
     }
-    ExitCode failure() const override { return ExitCode::Internal; }
+    ExitCode failure() const override { return m_failure; }
 
 private:
     Console& m_console;
@@ -31,6 +35,7 @@ private:
     LaunchOptions m_options;
     std::unique_ptr<CompositionRoot> m_program;
     bool m_tried = false;
+    ExitCode m_failure = ExitCode::Internal;
 };
 
 std::vector<OptionDescription> optionsOf(const Command* command) {

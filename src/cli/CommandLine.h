@@ -14,7 +14,7 @@ namespace ledgerfinch::cli {
 /// QCoreApplication.
 class CommandLine {
 public:
-    using MakeProgram = std::function<Result<std::unique_ptr<CompositionRoot>>(const LaunchOptions&)>;
+    using MakeProgram = std::function<Result<std::unique_ptr<CompositionRoot>>(LaunchOptions)>;
 
     /// Tests hand in how the program's parts are made.
     explicit CommandLine(Console& console, MakeProgram makeProgram = CompositionRoot::build);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Dates.h"
+#include "platform/Fatal.h"
 #include "platform/FileSystem.h"
 #include "platform/Http.h"
 #include "platform/IdleInhibitor.h"
@@ -29,9 +30,5 @@ struct Services {
 
     [[nodiscard]] Logger logger(std::string category) const { return Logger(log, std::move(category)); }
 };
-
-/// What ends the program in the documented way: a text for stderr and the log, then exit status 70 (EX_SOFTWARE). Tests
-/// install a handler that throws.
-[[noreturn]] void fatal(const std::string& message);
 
 } // namespace ledgerfinch

@@ -25,6 +25,7 @@ public:
     JsonWriter& integer(std::int64_t number);
     /// The shortest text that reads back as the same number; null for a number that isn't finite.
     JsonWriter& number(double number);
+    JsonWriter& number(float number);
     JsonWriter& boolean(bool flag);
     JsonWriter& null();
     /// A fragment that is valid JSON already, such as a member of a record's `raw`.

@@ -1,0 +1,257 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "records/JsonCursor.h"
+
+#include "platform/Text.h"
+
+#include <cstring>
+#include <memory>
+#include <utility>
+
+namespace ledgerfinch::decoding {
+namespace {
+
+/// As deep as the server's own lists ever nest, many times over; keeps hostile bodies off the stack.
+constexpr int kDeepest = 256;
+/// Larger bodies are refused: no server sends them, and the parser takes several times their size.
+constexpr std::size_t kLargestBody = std::size_t{512} << 20;
+/// What a thread keeps for its next body.
+constexpr std::size_t kLargestKeptBuffer = std::size_t{16} << 20;
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+/// The parser and the padded copy that it reads, kept from body to body.
+class Workspace {
+public:
+    /// The body with the padding that the parser asks for. This is the only copy made of it.
+    simdjson::padded_string_view pad(std::string_view body) {
+        const std::size_t needed = body.size() + simdjson::SIMDJSON_PADDING;
+        if (m_capacity < needed) {
+            m_buffer = std::make_unique_for_overwrite<char[]>(needed);
+            m_capacity = needed;
+        }
+        if (!body.empty()) std::memcpy(m_buffer.get(), body.data(), body.size());
+        std::memset(m_buffer.get() + body.size(), 0, simdjson::SIMDJSON_PADDING);
+        return simdjson::padded_string_view(m_buffer.get(), body.size(), m_capacity);
+    }
+
+    simdjson::ondemand::parser& parser() {
+        if (!m_parser) m_parser = std::make_unique<simdjson::ondemand::parser>(kLargestBody);
+        return *m_parser;
+    }
+
+    void shrink() {
+        if (m_capacity <= kLargestKeptBuffer) return;
+        m_buffer.reset();
+        m_capacity = 0;
+        m_parser.reset();
+    }
+
+private:
+    std::unique_ptr<char[]> m_buffer;
+    std::size_t m_capacity = 0;
+    std::unique_ptr<simdjson::ondemand::parser> m_parser;
+};
+
+Failure failureOf(simdjson::error_code code) {
+    return {.path = {}, .reason = simdjson::error_message(code), .offset = 0, .code = code};
+}
+
+/// One attempt. `text` is what is parsed, `source` what came, of the same length.
+std::optional<Failure> attempt(Workspace& workspace, std::string_view text, std::string_view source,
+                               const std::function<bool(Cursor&)>& visit) {
+    const simdjson::padded_string_view padded = workspace.pad(text);
+    simdjson::ondemand::document document;
+    if (const auto error = workspace.parser().iterate(padded).get(document)) return failureOf(error);
+    Cursor cursor(document, padded.data(), source);
+    if (!visit(cursor)) return cursor.failure();
+    const bool atEnd = document.current_location().error() == simdjson::OUT_OF_BOUNDS;
+    if (!atEnd) return failureOf(simdjson::TRAILING_CONTENT);
+    return std::nullopt;
+}
+
+std::optional<unsigned> hexUnit(std::string_view text, std::size_t at) {
+    if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return std::nullopt;
+    unsigned unit = 0;
+    for (std::size_t i = at + 2; i < at + 6; ++i) {
+        const char c = text[i];
+        unsigned digit = 0;
+        if (c >= '0' && c <= '9')
+            digit = static_cast<unsigned>(c - '0');
+        else if (c >= 'a' && c <= 'f')
+            digit = static_cast<unsigned>(c - 'a' + 10);
+        else if (c >= 'A' && c <= 'F')
+            digit = static_cast<unsigned>(c - 'A' + 10);
+        else
+            return std::nullopt;
+        unit = unit * 16 + digit;
+    }
+    return unit;
+}
+
+/// Replaces escapes of surrogates without their other half, which no UTF-8 text can hold. Keeps the length.
+std::string withoutLoneSurrogates(std::string_view text) {
+    std::string mended(text);
+    for (std::size_t i = mended.find('\\'); i != std::string::npos && i + 1 < mended.size(); i = mended.find('\\', i)) {
+        const auto unit = hexUnit(mended, i);
+        if (!unit || *unit < 0xD800 || *unit > 0xDFFF) {
+            i += 2;
+            continue;
+        }
+        const auto next = hexUnit(mended, i + 6);
+        if (*unit < 0xDC00 && next && *next >= 0xDC00 && *next <= 0xDFFF) {
+            i += 12;
+            continue;
+        }
+        mended.replace(i, 6, "\\ufffd");
+        i += 6;
+    }
+    return mended;
+}
+
+} // namespace
+
+std::string Failure::describe() const {
+    const std::string position = " (byte " + std::to_string(offset) + ")";
+    return path.empty() ? reason + position : path + ": " + reason + position;
+}
+
+bool Cursor::fail(std::string reason) {
+    m_failure.reason = std::move(reason);
+    m_failure.offset = m_position ? static_cast<std::size_t>(m_position - m_begin) : 0;
+    return false;
+}
+
+bool Cursor::fail(simdjson::error_code code, const char* expected) {
+    m_failure.code = code;
+    if (code == simdjson::INCORRECT_TYPE) return fail(std::string(expected) + " was expected");
+    return fail(simdjson::error_message(code));
+}
+
+bool Cursor::failedIn(std::string_view name) {
+    std::string& path = m_failure.path;
+    if (!path.empty() && path.front() != '[') path.insert(0, 1, '.');
+    path.insert(0, name);
+    return false;
+}
+
+bool Cursor::failedAt(std::size_t index) {
+    std::string& path = m_failure.path;
+    if (!path.empty() && path.front() != '[') path.insert(0, 1, '.');
+    path.insert(0, "[" + std::to_string(index) + "]");
+    return false;
+}
+
+std::string_view Cursor::bytesAfterReading(std::string_view token) {
+    std::size_t length = token.size();
+    if (token.starts_with('{') || token.starts_with('[')) {
+        const char* next = nullptr;
+        if (m_document.current_location().get(next) == simdjson::SUCCESS)
+            length = static_cast<std::size_t>(next - token.data());
+    }
+    const auto offset = static_cast<std::size_t>(token.data() - m_begin);
+    return withoutTrailingSpace(m_source.substr(offset, length));
+}
+
+bool Cursor::skip(Value value, int depth) {
+    if (depth > kDeepest) return fail("the nesting is too deep");
+    simdjson::ondemand::json_type type{};
+    if (const auto error = value.type().get(type)) return fail(error, "a value");
+    switch (type) {
+    case simdjson::ondemand::json_type::object: {
+        simdjson::ondemand::object object;
+        if (const auto error = value.get_object().get(object)) return fail(error, "an object");
+        for (auto element : object) {
+            simdjson::ondemand::field field;
+            if (const auto error = std::move(element).get(field)) return fail(error, "a member");
+            std::string_view key;
+            if (const auto error = field.unescaped_key().get(key)) return fail(error, "a key");
+            if (!skip(field.value(), depth + 1)) return false;
+        }
+        return true;
+    }
+    case simdjson::ondemand::json_type::array: {
+        simdjson::ondemand::array array;
+        if (const auto error = value.get_array().get(array)) return fail(error, "a list");
+        for (auto element : array) {
+            Value item;
+            if (const auto error = std::move(element).get(item)) return fail(error, "a value");
+            if (!skip(item, depth + 1)) return false;
+        }
+        return true;
+    }
+    case simdjson::ondemand::json_type::string: {
+        std::string_view text;
+        if (const auto error = value.get_string().get(text)) return fail(error, "a text");
+        return true;
+    }
+    case simdjson::ondemand::json_type::number:
+        // Any size: what nobody reads needn't fit.
+        return isJsonNumber(value.raw_json_token()) || fail(simdjson::NUMBER_ERROR, "a number");
+    case simdjson::ondemand::json_type::boolean: {
+        bool flag = false;
+        if (const auto error = value.get_bool().get(flag)) return fail(error, "true or false");
+        return true;
+    }
+    case simdjson::ondemand::json_type::null: {
+        bool isNull = false;
+        const auto error = value.is_null().get(isNull);
+        return (error == simdjson::SUCCESS && isNull) || fail(simdjson::N_ATOM_ERROR, "null");
+    }
+    }
+    return fail("a value was expected");
+}
+
+bool isJsonNumber(std::string_view token) {
+    token = withoutTrailingSpace(token);
+    std::size_t at = 0;
+    const auto digits = [&] {
+        const std::size_t from = at;
+        while (at < token.size() && token[at] >= '0' && token[at] <= '9')
+            ++at;
+        return at - from;
+    };
+    if (at < token.size() && token[at] == '-') ++at;
+    const std::size_t first = at;
+    const std::size_t whole = digits();
+    if (whole == 0 || (whole > 1 && token[first] == '0')) return false;
+    if (at < token.size() && token[at] == '.') {
+        ++at;
+        if (digits() == 0) return false;
+    }
+    if (at < token.size() && (token[at] == 'e' || token[at] == 'E')) {
+        ++at;
+        if (at < token.size() && (token[at] == '+' || token[at] == '-')) ++at;
+        if (digits() == 0) return false;
+    }
+    return at == token.size();
+}
+
+std::string_view withoutTrailingSpace(std::string_view token) {
+    while (!token.empty() &&
+           (token.back() == ' ' || token.back() == '\n' || token.back() == '\r' || token.back() == '\t'))
+        token.remove_suffix(1);
+    return token;
+}
+
+std::optional<Failure> parseBody(std::string_view body, const std::function<bool(Cursor&)>& visit) {
+    thread_local Workspace workspace;
+
+    if (body.starts_with(kByteOrderMark)) body.remove_prefix(kByteOrderMark.size());
+    if (body.size() > kLargestBody) return failureOf(simdjson::CAPACITY);
+
+    std::optional<Failure> failure = attempt(workspace, body, body, visit);
+    std::string valid;
+    if (failure && failure->code == simdjson::UTF8_ERROR) {
+        valid = text::toValidUtf8(body);
+        if (valid.size() > kLargestBody) return failureOf(simdjson::CAPACITY);
+        body = valid;
+        failure = attempt(workspace, body, body, visit);
+    }
+    if (failure && failure->code == simdjson::STRING_ERROR) {
+        const std::string mended = withoutLoneSurrogates(body);
+        if (mended != body) failure = attempt(workspace, mended, body, visit);
+    }
+    workspace.shrink();
+    return failure;
+}
+
+} // namespace ledgerfinch::decoding

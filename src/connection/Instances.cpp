@@ -4,6 +4,7 @@
 #include "platform/Http.h"
 #include "records/JsonReader.h"
 #include "records/JsonWriter.h"
+#include "store/FilenameSchemes.h"
 
 #include <algorithm>
 #include <mutex>
@@ -95,11 +96,10 @@ const std::pair<const std::string, Instance>* ConnectedInstances::find(std::stri
     return found == instances.end() ? nullptr : &*found;
 }
 
-std::vector<std::string> ConnectedInstances::storeNames() const {
-    std::vector<std::string> names;
-    names.reserve(instances.size());
+std::set<std::string> ConnectedInstances::storeNames() const {
+    std::set<std::string> names;
     for (const auto& [address, instance] : instances)
-        names.push_back(instance.store);
+        names.insert(instance.store);
     return names;
 }
 
@@ -110,6 +110,20 @@ Result<void> changeInstances(UserDefaults& defaults, const std::function<void(Co
     change(connected);
     if (connected.instances == before) return {};
     return defaults.set(ConnectedInstances::kKey, connected.encode());
+}
+
+Result<Instance> registerInstance(UserDefaults& defaults, std::string_view address) {
+    Instance registered;
+    auto stored = changeInstances(defaults, [&](ConnectedInstances& connected) {
+        if (const auto* entry = connected.find(address)) {
+            registered = entry->second;
+            return;
+        }
+        registered.store = storeNameFor(address, connected.storeNames());
+        connected.instances.emplace(address, registered);
+    });
+    if (!stored) return stored.error();
+    return registered;
 }
 
 Result<void> updateInstance(UserDefaults& defaults, std::string_view address,

@@ -7,9 +7,10 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 namespace ledgerfinch {
 
@@ -47,7 +48,8 @@ struct ConnectedInstances {
 
     /// The entry of a server, under the address as given or with one slash more or less; null when there is none.
     [[nodiscard]] const std::pair<const std::string, Instance>* find(std::string_view address) const;
-    [[nodiscard]] std::vector<std::string> storeNames() const;
+    /// The stores that are taken.
+    [[nodiscard]] std::set<std::string> storeNames() const;
 };
 
 /// Reads the setting, lets `change` alter it and stores it; one at a time in this process.

@@ -15,6 +15,8 @@ inline constexpr int kBadNextPage = -2;
 inline constexpr int kStopped = -3;
 /// A write that would harm what nobody touched was not sent.
 inline constexpr int kNotSent = -4;
+/// The server delivered, but the store could not keep all of it.
+inline constexpr int kNotStored = -5;
 
 [[nodiscard]] inline constexpr bool isSuccess(int status) {
     return status >= 200 && status < 300;

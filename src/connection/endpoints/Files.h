@@ -3,17 +3,15 @@
 
 #include "connection/ApiHandler.h"
 #include "platform/Result.h"
+#include "platform/Uuid.h"
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
 #include <string_view>
 
 namespace ledgerfinch {
-
-/// True for types whose original the program can show.
-[[nodiscard]] bool isSupportedOriginal(std::string_view mimeType);
 
 /// The original's MIME type, "undefined" when it can't be told.
 std::string fetchOriginalMimeType(ApiHandler& api, std::int64_t documentId);
@@ -30,5 +28,14 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
 
 /// The server's thumbnail: bytes that make an image. The error's code is the status.
 Result<std::string> downloadThumbnail(ApiHandler& api, std::int64_t documentId);
+
+
+/// The document's file on this device, fetched if there is none. A file that is there is never fetched again.
+Result<std::filesystem::path>
+getDocumentFile(ApiHandler& api, const Uuid& uuid, std::int64_t documentId,
+                const std::function<void(std::int64_t, std::int64_t)>& progress = {});
+
+/// Fetches the server's thumbnail into the document's preview folder.
+Result<std::filesystem::path> getDocumentPreview(ApiHandler& api, const Uuid& uuid, std::int64_t documentId);
 
 } // namespace ledgerfinch

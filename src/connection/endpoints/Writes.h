@@ -10,6 +10,7 @@
 
 namespace ledgerfinch {
 
+class PersistentContainer;
 class CD_Correspondent;
 class CD_Custom_Field;
 class CD_Document;
@@ -20,7 +21,7 @@ class CD_Storage_Path;
 class CD_Tag;
 class CD_User;
 
-/// An update, ready to be sent from any thread: nothing in it refers to the store any more.
+/// An update, ready to be sent from any thread: no object of the store is needed for it any more.
 ///
 /// For every key of the body: a property with an unsaved change in the object's context goes as it is now; everything
 /// else goes as the server last delivered it. So an update is prepared before the object is saved, and after an
@@ -33,6 +34,8 @@ struct PreparedWrite {
     std::string logFormat; ///< of a failure
     /// What the server holds once it has accepted, as far as the object's record tells it.
     std::string delivered;
+    /// The store that the object came from: where its repair would be noted.
+    std::shared_ptr<PersistentContainer> store;
 };
 
 // Inside the object's queue, before it is saved.

@@ -78,7 +78,7 @@ struct StandardConsole::Private {
     DescriptorBuffer errBuffer{STDERR_FILENO};
     std::ostream out{&outBuffer};
     std::ostream err{&errBuffer};
-    Console console{std::cin, out, err};
+    Console console{.in = std::cin, .out = out, .err = err, .width = {}, .readSecret = {}};
 };
 
 StandardConsole::StandardConsole() : m_d(std::make_unique<Private>()) {
@@ -90,7 +90,6 @@ StandardConsole::StandardConsole() : m_d(std::make_unique<Private>()) {
     console.outIsTerminal = ::isatty(STDOUT_FILENO) == 1;
     console.errIsTerminal = ::isatty(STDERR_FILENO) == 1;
     if (console.outIsTerminal) console.width = terminalWidth(STDOUT_FILENO).value_or(80);
-    else if (console.errIsTerminal) console.width = std::nullopt;
     console.colour = console.outIsTerminal && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
     console.readSecret = readSecretFromTerminal;
 }

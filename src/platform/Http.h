@@ -18,16 +18,16 @@ using HttpHeaders = std::vector<std::pair<std::string, std::string>>;
 
 struct HttpRequest {
     std::string method = "GET";
-    std::string url;
-    HttpHeaders headers;
-    std::string body;
+    std::string url{};
+    HttpHeaders headers{};
+    std::string body{};
     /// Without a byte in either direction for this long the request ends.
     std::chrono::milliseconds idleTimeout{60'000};
     /// A larger body ends the request with TransportError::TooLarge.
     std::int64_t maximumBodyBytes = 256LL * 1024 * 1024;
     /// Bytes so far and in all (-1 unknown), on the network thread.
-    std::function<void(std::int64_t, std::int64_t)> downloadProgress;
-    std::function<void(std::int64_t, std::int64_t)> uploadProgress;
+    std::function<void(std::int64_t, std::int64_t)> downloadProgress{};
+    std::function<void(std::int64_t, std::int64_t)> uploadProgress{};
 };
 
 /// Sets a header, replacing any earlier one of that name (names compare without case, RFC 9110 section 5.1).
@@ -39,16 +39,16 @@ enum class TransportErrorKind { InvalidUrl, NoAnswer, TimedOut, Tls, CutOff, Too
 
 struct TransportError {
     TransportErrorKind kind = TransportErrorKind::NoAnswer;
-    std::string description; ///< a sentence for the person
+    std::string description{}; ///< a sentence for the person
 };
 
 /// An answer, or a transport error. After a connection that was cut in the body, both the status and the error are
 /// there and the body is empty.
 struct HttpResponse {
     int status = 0; ///< 0: nobody answered
-    HttpHeaders headers;
-    std::string body;
-    std::optional<TransportError> error;
+    HttpHeaders headers{};
+    std::string body{};
+    std::optional<TransportError> error{};
 };
 
 /// True for absolute http and https addresses with a host.

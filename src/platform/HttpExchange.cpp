@@ -51,6 +51,8 @@ QNetworkRequest HttpExchange::networkRequest() const {
     const auto& asked = m_state->request;
     QNetworkRequest request(m_url);
     request.setRawHeader(QByteArrayLiteral("User-Agent"), kUserAgent);
+    // Naming an encoding also keeps Qt from unpacking by itself.
+    request.setRawHeader(QByteArrayLiteral("Accept-Encoding"), QByteArrayLiteral("gzip"));
     for (const auto& [name, value] : asked.headers) {
         if (isSendableHeader(name, value)) request.setRawHeader(bytes(name), bytes(value));
     }
@@ -61,8 +63,6 @@ QNetworkRequest HttpExchange::networkRequest() const {
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     request.setAttribute(QNetworkRequest::CacheSaveControlAttribute, false);
     request.setAttribute(QNetworkRequest::DoNotBufferUploadDataAttribute, true);
-    // The body has a limit of its own, which holds after unpacking too.
-    request.setDecompressedSafetyCheckThreshold(-1);
     const auto timeout = asked.idleTimeout.count() > 0 ? asked.idleTimeout : kDefaultIdleTimeout;
     request.setTransferTimeout(static_cast<int>(std::min<std::int64_t>(timeout.count(), 24 * 3600 * 1000)));
     return request;
@@ -71,6 +71,8 @@ QNetworkRequest HttpExchange::networkRequest() const {
 void HttpExchange::send() {
     auto request = networkRequest();
     m_announcedLength = -1;
+    m_receivedLength = 0;
+    m_inflater.reset();
     m_body.clear();
     m_tlsRefusal.clear();
     m_reply = dispatch(request);
@@ -110,14 +112,19 @@ QNetworkReply* HttpExchange::dispatch(const QNetworkRequest& asked) {
 
 void HttpExchange::receiveHead() {
     const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    if (!hasBody(m_state->request.method, status) || m_reply->hasRawHeader("Content-Encoding")) return;
+    if (!hasBody(m_state->request.method, status)) return;
+    const auto encoding = m_reply->rawHeader("Content-Encoding").trimmed().toLower();
+    const bool packed = encoding == "gzip" || encoding == "x-gzip" || encoding == "deflate";
+    // A caller that names encodings gets what it asked for.
+    if (packed && !header(m_state->request.headers, "Accept-Encoding")) m_inflater = std::make_unique<Inflater>();
+
     bool known = false;
     const auto length = m_reply->rawHeader("Content-Length").toLongLong(&known);
     if (!known || length < 0 || m_reply->hasRawHeader("Transfer-Encoding")) return;
     m_announcedLength = length;
     if (length > m_state->request.maximumBodyBytes) {
         endEarly(Ending::TooLarge);
-    } else {
+    } else if (!m_inflater) {
         m_body.reserve(static_cast<std::size_t>(length));
     }
 }
@@ -126,6 +133,18 @@ void HttpExchange::receiveBody() {
     if (m_ending != Ending::Natural) return;
     const auto available = m_reply->bytesAvailable();
     if (available <= 0) return;
+    m_receivedLength += available;
+    if (m_inflater) {
+        appendPacked();
+    } else {
+        appendPlain(available);
+    }
+    if (m_ending == Ending::Natural && m_state->request.downloadProgress && !m_state->isFinished()) {
+        m_state->request.downloadProgress(m_receivedLength, m_announcedLength);
+    }
+}
+
+void HttpExchange::appendPlain(std::int64_t available) {
     const auto before = m_body.size();
     if (static_cast<std::int64_t>(before) + available > m_state->request.maximumBodyBytes) {
         endEarly(Ending::TooLarge);
@@ -134,9 +153,14 @@ void HttpExchange::receiveBody() {
     m_body.resize(before + static_cast<std::size_t>(available));
     const auto count = std::max<qint64>(0, m_reply->read(m_body.data() + before, available));
     m_body.resize(before + static_cast<std::size_t>(count));
-    if (m_state->request.downloadProgress && !m_state->isFinished()) {
-        m_state->request.downloadProgress(static_cast<std::int64_t>(m_body.size()), m_announcedLength);
-    }
+}
+
+void HttpExchange::appendPacked() {
+    const auto piece = m_reply->readAll();
+    const std::string_view view(piece.data(), static_cast<std::size_t>(piece.size()));
+    const auto status = m_inflater->add(view, m_body, m_state->request.maximumBodyBytes);
+    if (status == Inflater::Status::TooLarge) endEarly(Ending::TooLarge);
+    if (status == Inflater::Status::Broken) endEarly(Ending::Broken);
 }
 
 void HttpExchange::cancel() {
@@ -164,8 +188,9 @@ QUrl HttpExchange::redirectTarget(int status) const {
 }
 
 bool HttpExchange::isCutOff(int status) const {
-    return hasBody(m_state->request.method, status) && m_announcedLength >= 0 &&
-           static_cast<std::int64_t>(m_body.size()) != m_announcedLength;
+    if (!hasBody(m_state->request.method, status)) return false;
+    if (m_inflater && !m_inflater->isComplete()) return true;
+    return m_announcedLength >= 0 && m_receivedLength != m_announcedLength;
 }
 
 std::string HttpExchange::describe() const {
@@ -182,6 +207,9 @@ std::optional<TransportError> HttpExchange::transportError(int status) const {
         return TransportError{TransportErrorKind::Cancelled, "The request was cancelled."};
     if (m_ending == Ending::TooLarge) {
         return TransportError{TransportErrorKind::TooLarge, "The server's answer is too large."};
+    }
+    if (m_ending == Ending::Broken) {
+        return TransportError{TransportErrorKind::CutOff, "The server's answer is damaged."};
     }
     if (error == QNetworkReply::OperationCanceledError || error == QNetworkReply::TimeoutError) {
         return TransportError{TransportErrorKind::TimedOut, "The request timed out."};

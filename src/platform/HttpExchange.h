@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/HttpState.h"
+#include "platform/Inflater.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -27,12 +28,14 @@ public:
     [[nodiscard]] const std::shared_ptr<PendingResponse::State>& state() const { return m_state; }
 
 private:
-    enum class Ending { Natural, Cancelled, TooLarge };
+    enum class Ending { Natural, Cancelled, TooLarge, Broken };
 
     [[nodiscard]] QNetworkRequest networkRequest() const;
     QNetworkReply* dispatch(const QNetworkRequest& request);
     void receiveHead();
     void receiveBody();
+    void appendPlain(std::int64_t available);
+    void appendPacked();
     void conclude();
     /// The address to go on with, empty when the answer is to be handed back.
     [[nodiscard]] QUrl redirectTarget(int status) const;
@@ -49,7 +52,9 @@ private:
     QNetworkReply* m_reply = nullptr;
     Ending m_ending = Ending::Natural;
     int m_redirects = 0;
-    std::int64_t m_announcedLength = -1; ///< of the body as it is handed on; -1 unknown
+    std::int64_t m_announcedLength = -1; ///< of the body on the wire; -1 unknown
+    std::int64_t m_receivedLength = 0;
+    std::unique_ptr<Inflater> m_inflater; ///< of a packed body
     std::string m_body;
     std::string m_tlsRefusal;
 };

@@ -19,9 +19,9 @@ enum class SecretState { Found, Missing, Unavailable };
 
 struct SecretReading {
     SecretState state = SecretState::Missing;
-    std::string data;   ///< the bytes, when found
-    std::string reason; ///< what the service said, when unavailable
-    int code = 0;       ///< its code, when unavailable
+    std::string data{};   ///< the bytes, when found
+    std::string reason{}; ///< what the service said, when unavailable
+    int code = 0;         ///< its code, when unavailable
 };
 
 /// Secrets keyed by service and account. Blocking; thread-safe; never call on the main thread.

@@ -4,9 +4,9 @@
 namespace ledgerfinch {
 namespace decoding {
 
-bool read(Cursor& cursor, Value value, Data_Type& out) {
+bool read(Cursor& cursor, Value& value, Data_Type& out) {
     std::string_view text;
-    if (const auto error = value.get_string().get(text)) return cursor.fail(error, "a text");
+    if (!cursor.text(value, "a text", text)) return false;
     const auto type = dataTypeFromRawValue(text);
     if (!type) return cursor.fail("one of the known data types was expected");
     out = *type;

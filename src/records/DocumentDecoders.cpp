@@ -10,7 +10,7 @@ namespace {
 
 /// A number beyond 32 bits becomes the largest there is, not infinity: it can still be sorted, shown and stored, and
 /// its digits stay in the document's `raw`.
-bool readFloat(Cursor& cursor, Value value, float& out) {
+bool readFloat(Cursor& cursor, Value& value, float& out) {
     constexpr double kLargest = std::numeric_limits<float>::max();
     const std::string_view token = value.raw_json_token();
     double number = 0;
@@ -26,7 +26,7 @@ bool readFloat(Cursor& cursor, Value value, float& out) {
 } // namespace
 
 /// Text, truth value, number, list of integers: the first that fits. Anything else has no value.
-bool read(Cursor& cursor, Value value, Field_Value& out) {
+bool read(Cursor& cursor, Value& value, Field_Value& out) {
     simdjson::ondemand::json_type type{};
     if (const auto error = value.type().get(type)) return cursor.fail(error, "a value");
     switch (type) {
@@ -75,13 +75,18 @@ struct Members<Document> {
         keptOnly<Document>("created_date"),
         member<Document, &Document::modified>("modified"),
         member<Document, &Document::added>("added"),
+        unread<Document>("deleted_at"),
         member<Document, &Document::archive_serial_number>("archive_serial_number", Keep::yes),
         member<Document, &Document::original_file_name>("original_file_name"),
+        unread<Document>("archived_file_name"),
         member<Document, &Document::owner>("owner", Keep::yes),
-        member<Document, &Document::user_can_change>("user_can_change"),
         member<Document, &Document::permissions>("permissions", Keep::yes),
+        member<Document, &Document::user_can_change>("user_can_change"),
+        unread<Document>("is_shared_by_requester"),
         member<Document, &Document::notes>("notes"),
         member<Document, &Document::custom_fields>("custom_fields", Keep::yes),
+        unread<Document>("page_count"),
+        unread<Document>("mime_type"),
     };
 };
 

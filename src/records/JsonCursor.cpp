@@ -52,59 +52,24 @@ private:
 };
 
 Failure failureOf(simdjson::error_code code) {
-    return {.path = {}, .reason = simdjson::error_message(code), .offset = 0, .code = code};
+    return {.path = {}, .reason = simdjson::error_message(code), .offset = 0};
 }
 
-/// One attempt. `text` is what is parsed, `source` what came, of the same length.
-std::optional<Failure> attempt(Workspace& workspace, std::string_view text, std::string_view source,
-                               const std::function<bool(Cursor&)>& visit) {
-    const simdjson::padded_string_view padded = workspace.pad(text);
+/// Absent: no failure. Otherwise the parser's own code, SUCCESS when it was the reader that failed.
+struct Attempt {
+    std::optional<Failure> failure;
+    simdjson::error_code code = simdjson::SUCCESS;
+};
+
+Attempt attempt(Workspace& workspace, std::string_view body, const std::function<bool(Cursor&)>& visit) {
+    const simdjson::padded_string_view padded = workspace.pad(body);
     simdjson::ondemand::document document;
-    if (const auto error = workspace.parser().iterate(padded).get(document)) return failureOf(error);
-    Cursor cursor(document, padded.data(), source);
-    if (!visit(cursor)) return cursor.failure();
+    if (const auto error = workspace.parser().iterate(padded).get(document)) return {failureOf(error), error};
+    Cursor cursor(workspace.parser(), document, padded.data());
+    if (!visit(cursor)) return {cursor.failure()};
     const bool atEnd = document.current_location().error() == simdjson::OUT_OF_BOUNDS;
-    if (!atEnd) return failureOf(simdjson::TRAILING_CONTENT);
-    return std::nullopt;
-}
-
-std::optional<unsigned> hexUnit(std::string_view text, std::size_t at) {
-    if (at + 6 > text.size() || text[at] != '\\' || text[at + 1] != 'u') return std::nullopt;
-    unsigned unit = 0;
-    for (std::size_t i = at + 2; i < at + 6; ++i) {
-        const char c = text[i];
-        unsigned digit = 0;
-        if (c >= '0' && c <= '9')
-            digit = static_cast<unsigned>(c - '0');
-        else if (c >= 'a' && c <= 'f')
-            digit = static_cast<unsigned>(c - 'a' + 10);
-        else if (c >= 'A' && c <= 'F')
-            digit = static_cast<unsigned>(c - 'A' + 10);
-        else
-            return std::nullopt;
-        unit = unit * 16 + digit;
-    }
-    return unit;
-}
-
-/// Replaces escapes of surrogates without their other half, which no UTF-8 text can hold. Keeps the length.
-std::string withoutLoneSurrogates(std::string_view text) {
-    std::string mended(text);
-    for (std::size_t i = mended.find('\\'); i != std::string::npos && i + 1 < mended.size(); i = mended.find('\\', i)) {
-        const auto unit = hexUnit(mended, i);
-        if (!unit || *unit < 0xD800 || *unit > 0xDFFF) {
-            i += 2;
-            continue;
-        }
-        const auto next = hexUnit(mended, i + 6);
-        if (*unit < 0xDC00 && next && *next >= 0xDC00 && *next <= 0xDFFF) {
-            i += 12;
-            continue;
-        }
-        mended.replace(i, 6, "\\ufffd");
-        i += 6;
-    }
-    return mended;
+    if (!atEnd) return {failureOf(simdjson::TRAILING_CONTENT)};
+    return {};
 }
 
 } // namespace
@@ -121,7 +86,6 @@ bool Cursor::fail(std::string reason) {
 }
 
 bool Cursor::fail(simdjson::error_code code, const char* expected) {
-    m_failure.code = code;
     if (code == simdjson::INCORRECT_TYPE) return fail(std::string(expected) + " was expected");
     return fail(simdjson::error_message(code));
 }
@@ -140,18 +104,39 @@ bool Cursor::failedAt(std::size_t index) {
     return false;
 }
 
-std::string_view Cursor::bytesAfterReading(std::string_view token) {
-    std::size_t length = token.size();
-    if (token.starts_with('{') || token.starts_with('[')) {
-        const char* next = nullptr;
-        if (m_document.current_location().get(next) == simdjson::SUCCESS)
-            length = static_cast<std::size_t>(next - token.data());
+bool Cursor::unescapeText(simdjson::ondemand::raw_json_string start, std::string_view& text) {
+    if (m_block.size() < text.size() + simdjson::SIMDJSON_PADDING)
+        m_block.resize(2 * text.size() + simdjson::SIMDJSON_PADDING);
+    std::uint8_t* to = m_block.data();
+    std::string_view plain;
+    if (m_parser.unescape(start, to).get(plain) == simdjson::SUCCESS) {
+        text = plain;
+        return true;
     }
-    const auto offset = static_cast<std::size_t>(token.data() - m_begin);
-    return withoutTrailingSpace(m_source.substr(offset, length));
+    // The library refuses half surrogate pairs.
+    if (!unescape(text, m_scratch)) return false;
+    text = m_scratch;
+    return true;
 }
 
-bool Cursor::skip(Value value, int depth) {
+bool Cursor::key(simdjson::ondemand::field& field, std::string_view& key) {
+    // Nearly every key is plain and can be compared where it stands.
+    const char* start = field.key().raw();
+    const char* end = start;
+    bool hasEscapes = false;
+    for (; *end != '"'; ++end) {
+        if (*end != '\\') continue;
+        hasEscapes = true;
+        ++end;
+    }
+    key = {start, static_cast<std::size_t>(end - start)};
+    if (!hasEscapes) return true;
+    if (!unescape(key, m_scratch)) return fail(simdjson::STRING_ERROR, "a key");
+    key = m_scratch;
+    return true;
+}
+
+bool Cursor::skip(Value& value, int depth) {
     if (depth > kDeepest) return fail("the nesting is too deep");
     simdjson::ondemand::json_type type{};
     if (const auto error = value.type().get(type)) return fail(error, "a value");
@@ -163,8 +148,8 @@ bool Cursor::skip(Value value, int depth) {
             simdjson::ondemand::field field;
             if (const auto error = std::move(element).get(field)) return fail(error, "a member");
             std::string_view key;
-            if (const auto error = field.unescaped_key().get(key)) return fail(error, "a key");
-            if (!skip(field.value(), depth + 1)) return false;
+            if (!this->key(field, key)) return false;
+            if (Value inner = field.value(); !skip(inner, depth + 1)) return false;
         }
         return true;
     }
@@ -179,9 +164,8 @@ bool Cursor::skip(Value value, int depth) {
         return true;
     }
     case simdjson::ondemand::json_type::string: {
-        std::string_view text;
-        if (const auto error = value.get_string().get(text)) return fail(error, "a text");
-        return true;
+        std::string_view unused;
+        return text(value, "a text", unused);
     }
     case simdjson::ondemand::json_type::number:
         // Any size: what nobody reads needn't fit.
@@ -225,33 +209,20 @@ bool isJsonNumber(std::string_view token) {
     return at == token.size();
 }
 
-std::string_view withoutTrailingSpace(std::string_view token) {
-    while (!token.empty() &&
-           (token.back() == ' ' || token.back() == '\n' || token.back() == '\r' || token.back() == '\t'))
-        token.remove_suffix(1);
-    return token;
-}
-
 std::optional<Failure> parseBody(std::string_view body, const std::function<bool(Cursor&)>& visit) {
     thread_local Workspace workspace;
 
     if (body.starts_with(kByteOrderMark)) body.remove_prefix(kByteOrderMark.size());
     if (body.size() > kLargestBody) return failureOf(simdjson::CAPACITY);
 
-    std::optional<Failure> failure = attempt(workspace, body, body, visit);
-    std::string valid;
-    if (failure && failure->code == simdjson::UTF8_ERROR) {
-        valid = text::toValidUtf8(body);
+    Attempt result = attempt(workspace, body, visit);
+    if (result.code == simdjson::UTF8_ERROR) {
+        const std::string valid = text::toValidUtf8(body);
         if (valid.size() > kLargestBody) return failureOf(simdjson::CAPACITY);
-        body = valid;
-        failure = attempt(workspace, body, body, visit);
-    }
-    if (failure && failure->code == simdjson::STRING_ERROR) {
-        const std::string mended = withoutLoneSurrogates(body);
-        if (mended != body) failure = attempt(workspace, mended, body, visit);
+        result = attempt(workspace, valid, visit);
     }
     workspace.shrink();
-    return failure;
+    return result.failure;
 }
 
 } // namespace ledgerfinch::decoding

@@ -33,10 +33,10 @@ struct Number {
 
 namespace decoding {
 
-static bool read(Cursor& cursor, Value value, Anything&) {
+static bool read(Cursor& cursor, Value& value, Anything&) {
     return cursor.skip(value);
 }
-static bool read(Cursor& cursor, Value value, Number& out) {
+static bool read(Cursor& cursor, Value& value, Number& out) {
     if (const auto error = value.get_double().get(out.value)) return cursor.fail(error, "a number");
     return true;
 }
@@ -53,11 +53,12 @@ std::optional<JsonObject> JsonObject::parse(std::string_view text) {
             simdjson::ondemand::field field;
             if (const auto error = std::move(element).get(field)) return cursor.fail(error, "a member");
             std::string_view key;
-            if (!decoding::readKey(cursor, field, key)) return false;
+            if (!cursor.key(field, key)) return false;
             Value value = field.value();
+            const std::string name(key);
             const std::string_view token = value.raw_json_token();
             if (!cursor.skip(value)) return false;
-            result.setRaw(key, cursor.bytesAfterReading(token));
+            result.setRaw(name, cursor.bytesAfterReading(token));
         }
         return true;
     });

@@ -6,7 +6,7 @@ namespace ledgerfinch {
 namespace decoding {
 
 /// Never a failure of its own: what isn't a text is an unknown status.
-bool read(Cursor& cursor, Value value, PaperlessTaskStatus& out) {
+bool read(Cursor& cursor, Value& value, PaperlessTaskStatus& out) {
     simdjson::ondemand::json_type type{};
     if (const auto error = value.type().get(type)) return cursor.fail(error, "a value");
     if (type != simdjson::ondemand::json_type::string) {
@@ -14,14 +14,14 @@ bool read(Cursor& cursor, Value value, PaperlessTaskStatus& out) {
         return cursor.skip(value);
     }
     std::string_view text;
-    if (const auto error = value.get_string().get(text)) return cursor.fail(error, "a text");
+    if (!cursor.text(value, "a text", text)) return false;
     out = PaperlessTaskStatus::fromText(text);
     return true;
 }
 
 namespace {
 
-bool readDays(Cursor& cursor, Value value, Suggestions& out) {
+bool readDays(Cursor& cursor, Value& value, Suggestions& out) {
     simdjson::ondemand::array array;
     if (const auto error = value.get_array().get(array)) return cursor.fail(error, "a list");
     out.dates.clear();

@@ -184,7 +184,6 @@ public:
     [[nodiscard]] std::optional<std::int64_t> getMaxId(std::string_view entityName, ContextRef context = nullptr);
 
 private:
-    friend class MergeRun;
     enum class Mode { Local, Mirrored };
     struct OpenStore {
         std::string name;

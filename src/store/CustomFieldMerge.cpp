@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "store/CoreDataHandler.h"
+
+#include "records/Encoders.h"
+#include "store/MergeSupport.h"
+#include "store/ServerShadow.h"
+
+namespace ledgerfinch {
+namespace {
+
+constexpr merge::RemovalTexts kRemoval{"Error obtaining custom fields", "custom fields to delete: %s",
+                                       "error determining outdated custom fields: %@"};
+
+} // namespace
+
+MergeOutcome CoreDataHandler::saveCustomFields(const std::vector<Custom_Field>& records, Delivery delivery,
+                                               ContextRef context) {
+    context = contextOrView(std::move(context));
+    MergeOutcome outcome;
+    outcome.removed = merge::removeOutdated<CD_Custom_Field>(*this, context, m_log, records, delivery, kRemoval,
+                                                             [](const CD_Custom_Field& field) { return field.name(); });
+    merge::saveEach(records, delivery, outcome,
+                    [&](const Custom_Field& record) { return saveCustomField(record, context).isValid(); });
+    return outcome;
+}
+
+ObjectID CoreDataHandler::saveCustomField(const Custom_Field& record, ContextRef context, Authority authority) {
+    context = contextOrView(std::move(context));
+    ObjectID saved;
+    context->performAndWait([&] {
+        const auto field = merge::findOrInsert<CD_Custom_Field>(*context, record.id);
+        field->setName(record.name);
+        field->setData_type(std::string(rawValue(record.data_type)));
+        if (record.extra_data) field->setExtra_data(encode(*record.extra_data));
+        setServerShadow(*field, record.raw);
+        merge::finishRepair<CD_Custom_Field>(*context, record.id, authority);
+        // The text is the correspondents': these three kinds share messages with their neighbours.
+        if (merge::save(*context, m_log, "Failed to save correspondent %@")) saved = field->objectID();
+    });
+    return saved;
+}
+
+} // namespace ledgerfinch

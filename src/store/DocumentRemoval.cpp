@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "store/CoreDataHandler.h"
+
+#include "store/ServerShadow.h"
+#include "store/StoreFolder.h"
+
+#include <algorithm>
+#include <iterator>
+#include <span>
+#include <unordered_set>
+
+namespace ledgerfinch {
+namespace {
+
+// One save each: long enough to be quick, short enough that nobody waits behind it.
+constexpr std::size_t kPiece = 200;
+
+/// Deletes one piece of the outdated and gives the uuids whose files may go, once it is saved.
+std::vector<Uuid> removePiece(ManagedObjectContext& context, std::span<const std::int64_t> outdated, const Logger& log,
+                              MergeOutcome& outcome) {
+    std::vector<Uuid> uuids;
+    std::size_t count = 0;
+    for (const auto id : outdated) {
+        const auto document = context.firstWithID<CD_Document>(id);
+        if (!document || isLocalDocument(*document)) continue;
+        log.debug("documents to delete: %s", document->title().value_or("none"));
+        if (const auto uuid = document->uuid()) uuids.push_back(*uuid);
+        context.remove(*document);
+        ++count;
+    }
+    if (count == 0) return {};
+    if (const auto saved = context.save(); !saved) {
+        context.rollback();
+        log.error("Failed to delete documents %@", saved.error().message);
+        outcome.failed += count;
+        return {};
+    }
+    outcome.removed += count;
+    return uuids;
+}
+
+} // namespace
+
+MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds, ContextRef context) {
+    context = contextOrView(std::move(context));
+    MergeOutcome outcome;
+    const std::unordered_set<std::int64_t> known(serverIds.begin(), serverIds.end());
+    const auto stored = readDeliveredDocumentIds(context->container());
+    if (!stored) {
+        m_log.error("error determining outdated documents: %@", stored.error().message);
+        ++outcome.failed;
+        return outcome;
+    }
+    std::vector<std::int64_t> outdated;
+    std::copy_if(stored->begin(), stored->end(), std::back_inserter(outdated),
+                 [&known](std::int64_t id) { return !known.contains(id); });
+    for (std::span<const std::int64_t> rest(outdated); !rest.empty();) {
+        const auto piece = rest.first(std::min(kPiece, rest.size()));
+        rest = rest.subspan(piece.size());
+        std::vector<Uuid> uuids;
+        context->performAndWait([&] { uuids = removePiece(*context, piece, m_log, outcome); });
+        for (const auto& uuid : uuids)
+            m_files.removeFiles(uuid);
+    }
+    return outcome;
+}
+
+bool CoreDataHandler::deleteDocument(const Ref<CD_Document>& document, ContextRef context) {
+    if (!document) return false;
+    context = contextOrView(std::move(context));
+    bool hasFiles = false;
+    context->performAndWait([&] { hasFiles = document->uuid().has_value(); });
+    return hasFiles && deleteObject(document->objectID(), context);
+}
+
+bool CoreDataHandler::deleteObject(const ObjectID& id, ContextRef context) {
+    context = contextOrView(std::move(context));
+    std::optional<Uuid> uuid;
+    bool deleted = false;
+    context->performAndWait([&] {
+        const auto object = context->existingObject(id);
+        if (!object) return;
+        if (const auto document = std::dynamic_pointer_cast<CD_Document>(object)) uuid = document->uuid();
+        context->remove(*object);
+        const auto saved = context->save();
+        if (!saved) {
+            context->rollback();
+            m_log.error("Failed to delete object %@", saved.error().message);
+        }
+        deleted = saved.ok();
+    });
+    if (deleted && uuid) m_files.removeFiles(*uuid);
+    return deleted;
+}
+
+} // namespace ledgerfinch

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "connection/ApiError.h"
+#include "connection/Cancellation.h"
 #include "connection/KeychainHandler.h"
 #include "connection/ServerDialect.h"
 #include "platform/Services.h"
@@ -30,9 +31,10 @@ public:
     static std::shared_ptr<ApiHandler> inert(Services& services, CoreDataHandler& core);
 
     /// Asks the server for a token and keeps it. `Error()` tells the outcome: "Success", or the text for the person.
-    /// With an empty server, an inert handler. Sets "server" to the text as given.
+    /// With an empty server, an inert handler. Sets "server" to the text as given. A cancelled login keeps no token.
     static std::shared_ptr<ApiHandler> login(Services& services, CoreDataHandler& core, std::string_view server,
-                                             std::string_view user, std::string_view password);
+                                             std::string_view user, std::string_view password,
+                                             Cancellation* cancellation = nullptr);
 
     /// Trusts the token. Sets "server" to the text as given and "offlineMode" to false.
     static std::shared_ptr<ApiHandler> withToken(Services& services, CoreDataHandler& core, std::string_view server,
@@ -51,7 +53,8 @@ public:
     static Restored restore(Services& services, CoreDataHandler& core, std::string_view server);
 
     /// Tries a token that a person typed; absent when it may be used (any outcome but a broken address or 401).
-    static std::optional<ApiError> checkToken(Services& services, std::string_view server, std::string_view token);
+    static std::optional<ApiError> checkToken(Services& services, std::string_view server, std::string_view token,
+                                              Cancellation* cancellation = nullptr);
     /// Sets the custom headers of that server among the headers of a request.
     static void applyCustomHeaders(Services& services, std::string_view server, HttpHeaders& headers);
 
@@ -97,7 +100,7 @@ public:
 
 private:
     ApiHandler(Services& services, CoreDataHandler& core, std::string_view server);
-    void obtainToken(std::string_view user, std::string_view password);
+    void obtainToken(std::string_view user, std::string_view password, Cancellation* cancellation);
     void readCurrentUser();
 
     Services& m_services;

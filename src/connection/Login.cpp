@@ -30,13 +30,14 @@ std::shared_ptr<ApiHandler> ApiHandler::inert(Services& services, CoreDataHandle
 }
 
 std::shared_ptr<ApiHandler> ApiHandler::login(Services& services, CoreDataHandler& core, std::string_view server,
-                                              std::string_view user, std::string_view password) {
+                                              std::string_view user, std::string_view password,
+                                              Cancellation* cancellation) {
     if (server.empty()) return inert(services, core);
     auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
     (void)services.defaults->set("server", server);
     handler->m_log.info("Connecting to %{public}s", handler->m_server);
     handler->m_log.info("Obtaining token...");
-    handler->obtainToken(user, password);
+    handler->obtainToken(user, password, cancellation);
     handler->readCurrentUser();
     return handler;
 }
@@ -68,17 +69,19 @@ ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& co
     return handler;
 }
 
-std::optional<ApiError> ApiHandler::checkToken(Services& services, std::string_view server, std::string_view token) {
+std::optional<ApiError> ApiHandler::checkToken(Services& services, std::string_view server, std::string_view token,
+                                               Cancellation* cancellation) {
     const auto address = addresses::withoutSlash(server);
     if (!addresses::isValid(address)) return ApiError::invalidURL();
     if (!isPlausibleToken(token)) return ApiError::invalidCredentials();
     assert(!mainQueue::isCurrent());
-    const auto response = services.http->send(checkRequest(services, address, token));
+    auto pending = services.http->start(checkRequest(services, address, token));
+    const auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : pending.wait();
     if (response.status == 401) return ApiError::invalidCredentials();
     return std::nullopt;
 }
 
-void ApiHandler::obtainToken(std::string_view user, std::string_view password) {
+void ApiHandler::obtainToken(std::string_view user, std::string_view password, Cancellation* cancellation) {
     auto outcome = [this](std::string text) {
         const std::lock_guard lock(m_mutex);
         m_error = std::move(text);
@@ -94,7 +97,8 @@ void ApiHandler::obtainToken(std::string_view user, std::string_view password) {
     for (const auto& [name, value] : request.headers)
         m_log.debug("HEADERS: %{public}s: %s", name, value);
 
-    const auto response = send(std::move(request));
+    auto pending = start(std::move(request));
+    const auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : finish(std::move(pending));
     if (response.error && response.body.empty()) {
         m_log.error("URLSession returned error: %{public}s\nTried connecting to: %s/api/token/",
                     response.error->description, m_server);
@@ -114,8 +118,10 @@ void ApiHandler::obtainToken(std::string_view user, std::string_view password) {
     } else if (answer.isObject) {
         outcome("Login Information incorrect!");
     }
-    if (response.status != 200) outcome("Server responded: " + std::to_string(response.status));
-    else storeServerVersion(response);
+    if (response.status != 200)
+        outcome("Server responded: " + std::to_string(response.status));
+    else
+        storeServerVersion(response);
 }
 
 void ApiHandler::readCurrentUser() {

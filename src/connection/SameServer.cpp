@@ -12,9 +12,9 @@ namespace {
 
 bool isHttps(std::string_view url) {
     constexpr std::string_view kScheme = "https:";
-    return url.size() >= kScheme.size() &&
-           std::equal(kScheme.begin(), kScheme.end(), url.begin(),
-                      [](char a, char b) { return a == std::tolower(static_cast<unsigned char>(b)); });
+    return url.size() >= kScheme.size() && std::equal(kScheme.begin(), kScheme.end(), url.begin(), [](char a, char b) {
+               return a == std::tolower(static_cast<unsigned char>(b));
+           });
 }
 
 } // namespace

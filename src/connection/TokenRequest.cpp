@@ -27,9 +27,10 @@ TokenAnswer readTokenAnswer(std::string_view body) {
     auto token = object->text("token");
     if (token && isPlausibleToken(*token)) answer.token = std::move(token);
     const auto errors = object->texts("non_field_errors");
-    answer.namesNonFieldErrors = errors && !errors->empty() &&
-                                 std::all_of(object->members().begin(), object->members().end(),
-                                             [&](const auto& member) { return object->texts(member.first).has_value(); });
+    answer.namesNonFieldErrors =
+        errors && !errors->empty() &&
+        std::all_of(object->members().begin(), object->members().end(),
+                    [&](const auto& member) { return object->texts(member.first).has_value(); });
     return answer;
 }
 

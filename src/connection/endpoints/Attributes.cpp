@@ -27,8 +27,10 @@ int fetchFamily(ApiHandler& api, const FetchOptions& options, const Family<Recor
     bool whole = true;
     const int last = walkPages(api, family.walk, options, [&](const HttpResponse& response) {
         PageStep step{effectiveStatus(response), std::nullopt, {}};
-        if (response.status == 401) api.log().error("server didn't accept stored token!");
-        else if (response.status != 200 && response.status != 0) api.log().error(family.unexpectedStatus, response.status);
+        if (response.status == 401)
+            api.log().error("server didn't accept stored token!");
+        else if (response.status != 200 && response.status != 0)
+            api.log().error(family.unexpectedStatus, response.status);
         if (step.status != 200) return step;
         Page page = family.decode(response.body, api.decodeContext());
         whole = whole && page.decoded && page.hasResults;
@@ -69,11 +71,12 @@ int fetchUsers(ApiHandler& api, const FetchOptions& options) {
 }
 
 int fetchTags(ApiHandler& api, const FetchOptions& options) {
-    const int last = fetchFamily<Tag, Tags>(api, options,
-                                            {{"/api/tags/?full_perms=true&page_size=1000", kYes, kYes},
-                                             "received unexpected response from server while fetching tags: %{public}ld",
-                                             decodeTags,
-                                             &CoreDataHandler::saveTags});
+    const int last =
+        fetchFamily<Tag, Tags>(api, options,
+                               {{"/api/tags/?full_perms=true&page_size=1000", kYes, kYes},
+                                "received unexpected response from server while fetching tags: %{public}ld",
+                                decodeTags,
+                                &CoreDataHandler::saveTags});
     if (last == 401) api.eraseToken();
     return last;
 }
@@ -126,7 +129,8 @@ int fetchSavedViews(ApiHandler& api, const FetchOptions& options) {
 int fetchUserSettings(ApiHandler& api) {
     const auto response = api.send(api.request("GET", "/api/ui_settings/", ApiHandler::Accept::Yes));
     const int result = effectiveStatus(response);
-    if (response.status == 401) api.log().error("server didn't accept stored token!");
+    if (response.status == 401)
+        api.log().error("server didn't accept stored token!");
     else if (response.status != 200 && response.status != 0)
         api.log().error("received unexpected response from server while fetching users: %{public}ld", response.status);
     if (result != 200) return result;

@@ -19,8 +19,10 @@ Created<Record> create(ApiHandler& api, std::string_view path, std::string body,
     ApiHandler::setJsonBody(request, std::move(body));
     const auto response = api.send(std::move(request));
     Created<Record> created{effectiveStatus(response), std::nullopt, text::toValidUtf8(response.body)};
-    if (!status::isSuccess(created.status)) logFailure(api, logFormat, response);
-    else created.record = decode(response.body, api.decodeContext());
+    if (!status::isSuccess(created.status))
+        logFailure(api, logFormat, response);
+    else
+        created.record = decode(response.body, api.decodeContext());
     return created;
 }
 
@@ -96,9 +98,9 @@ Created<Storage_Path> createStoragePath(ApiHandler& api, const NewAttribute& val
     writeMatching(body, values);
     writeOwner(body, values);
     body.member("path", values.path).endObject();
-    return withPermissions(create(api, "/api/storage_paths/", body.take(), "Error posting storage path %{public}s",
-                                  decodeStoragePath),
-                           values);
+    return withPermissions(
+        create(api, "/api/storage_paths/", body.take(), "Error posting storage path %{public}s", decodeStoragePath),
+        values);
 }
 
 Created<Custom_Field> createCustomField(ApiHandler& api, const NewCustomField& values) {

@@ -47,7 +47,8 @@ PageStep readDocumentPage(ApiHandler& api, const FetchOptions& options, const st
         logTransportError(api, response, api.Server() + path);
         return step;
     }
-    if (response.status == 401) api.log().error("server didn't accept stored token!");
+    if (response.status == 401)
+        api.log().error("server didn't accept stored token!");
     else if (response.status != 200)
         api.log().error("received unexpected response from server: %{public}ld", response.status);
     if (response.status != 200) return step;
@@ -120,8 +121,10 @@ DocumentCount fetchDocumentCount(ApiHandler& api) {
     const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
     DocumentCount answer;
     answer.status = effectiveStatus(response);
-    if (response.error || response.status == 0) logTransportError(api, response, api.Server() + path);
-    else if (response.status == 401) api.log().error("server didn't accept stored token!");
+    if (response.error || response.status == 0)
+        logTransportError(api, response, api.Server() + path);
+    else if (response.status == 401)
+        api.log().error("server didn't accept stored token!");
     else if (response.status != 200)
         api.log().error("received unexpected response from server: %{public}ld", response.status);
     if (answer.status != 200) return answer;
@@ -150,8 +153,10 @@ int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,
                   std::shared_ptr<ManagedObjectContext> context) {
     const std::string path = "/api/documents/" + std::to_string(id) + "/?full_perms=true";
     const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
-    if (response.error || response.status == 0) logTransportError(api, response, api.Server() + path);
-    else if (response.status == 401) api.log().error("server didn't accept stored token!");
+    if (response.error || response.status == 0)
+        logTransportError(api, response, api.Server() + path);
+    else if (response.status == 401)
+        api.log().error("server didn't accept stored token!");
     else if (response.status != 200)
         api.log().error("received unexpected response from server: %{public}ld", response.status);
     if (effectiveStatus(response) != 200) return effectiveStatus(response);

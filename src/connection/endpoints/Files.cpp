@@ -47,9 +47,9 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
     const bool wanted = api.services().defaults->boolean("downloadOriginalFiles").value_or(false);
     const bool supported = DocumentFiles::supportsOriginal(mimeType);
     if (wanted && !supported) api.log().info("Found unsupported mime type, downloading archived PDF...");
-    auto request = api.request(
-        "GET", documentPath(documentId, wanted && supported ? "download/?original=true" : "download/"),
-        ApiHandler::Accept::No);
+    auto request =
+        api.request("GET", documentPath(documentId, wanted && supported ? "download/?original=true" : "download/"),
+                    ApiHandler::Accept::No);
     request.downloadProgress = progress;
     auto response = api.send(std::move(request));
     if (effectiveStatus(response) != 200 || response.body.empty()) {

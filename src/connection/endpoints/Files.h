@@ -29,11 +29,9 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
 /// The server's thumbnail: bytes that make an image. The error's code is the status.
 Result<std::string> downloadThumbnail(ApiHandler& api, std::int64_t documentId);
 
-
 /// The document's file on this device, fetched if there is none. A file that is there is never fetched again.
-Result<std::filesystem::path>
-getDocumentFile(ApiHandler& api, const Uuid& uuid, std::int64_t documentId,
-                const std::function<void(std::int64_t, std::int64_t)>& progress = {});
+Result<std::filesystem::path> getDocumentFile(ApiHandler& api, const Uuid& uuid, std::int64_t documentId,
+                                              const std::function<void(std::int64_t, std::int64_t)>& progress = {});
 
 /// Fetches the server's thumbnail into the document's preview folder.
 Result<std::filesystem::path> getDocumentPreview(ApiHandler& api, const Uuid& uuid, std::int64_t documentId);

@@ -39,9 +39,9 @@ NotesAnswer addNote(ApiHandler& api, std::int64_t documentId, const std::string&
 }
 
 NotesAnswer removeNote(ApiHandler& api, std::int64_t documentId, std::int64_t noteId) {
-    return sendNotes(api, documentId,
-                     api.request("DELETE", notesPath(documentId) + "?id=" + std::to_string(noteId),
-                                 ApiHandler::Accept::Yes));
+    return sendNotes(
+        api, documentId,
+        api.request("DELETE", notesPath(documentId) + "?id=" + std::to_string(noteId), ApiHandler::Accept::Yes));
 }
 
 } // namespace ledgerfinch

@@ -35,7 +35,9 @@ int effectiveStatus(const HttpResponse& response) {
 
 int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options,
               const std::function<PageStep(const HttpResponse&)>& read) {
-    const auto stopped = [&] { return options.shouldStop && options.shouldStop(); };
+    const auto stopped = [&] {
+        return options.shouldStop && options.shouldStop();
+    };
     if (stopped()) return status::kStopped;
     auto request = api.request("GET", walk.path, walk.firstPage);
     std::set<std::string> urls{request.url};

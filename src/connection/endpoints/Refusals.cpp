@@ -7,8 +7,7 @@
 namespace ledgerfinch {
 
 void logFailure(const ApiHandler& api, std::string_view format, const HttpResponse& response) {
-    api.log().error(format,
-                    response.error ? response.error->description : "status " + std::to_string(response.status));
+    api.log().error(format, response.error ? response.error->description : "status " + std::to_string(response.status));
 }
 
 void noteRefused(const ApiHandler& api, std::string_view entityName, std::int64_t id,

@@ -40,8 +40,8 @@ int remove(ApiHandler& api, const Removal& removal, std::int64_t id,
     const auto context = api.core().backgroundContext();
     // Looked up first: once the caller has removed the local record nobody knows them any more.
     const auto bearers = bearersOf ? bearersOf(context) : Bearers();
-    const auto response = api.send(api.request(
-        "DELETE", std::string(removal.path) + std::to_string(id) + "/", ApiHandler::Accept::No));
+    const auto response =
+        api.send(api.request("DELETE", std::string(removal.path) + std::to_string(id) + "/", ApiHandler::Accept::No));
     const int result = effectiveStatus(response);
     if (status::isSuccess(result)) return result;
     if (!removal.logFormat.empty()) logFailure(api, removal.logFormat, response);
@@ -66,9 +66,8 @@ int deleteCorrespondent(ApiHandler& api, std::int64_t id) {
 }
 
 int deleteStoragePath(ApiHandler& api, std::int64_t id) {
-    return remove(api,
-                  {"/api/storage_paths/", CD_Storage_Path::kEntityName, "Error deleting storage path %{public}s"}, id,
-                  [id](const ContextRef& context) { return documentsOf<CD_Storage_Path>(context, id); });
+    return remove(api, {"/api/storage_paths/", CD_Storage_Path::kEntityName, "Error deleting storage path %{public}s"},
+                  id, [id](const ContextRef& context) { return documentsOf<CD_Storage_Path>(context, id); });
 }
 
 int deleteCustomField(ApiHandler& api, std::int64_t id) {

@@ -13,7 +13,8 @@ ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId) {
     std::vector<PaperlessShareLink> found;
     const int last = walkPages(api, {"/api/share_links/"}, {}, [&](const HttpResponse& response) {
         PageStep step{effectiveStatus(response), std::nullopt, {}};
-        if (response.status == 401) api.log().error("server didn't accept stored token!");
+        if (response.status == 401)
+            api.log().error("server didn't accept stored token!");
         else if (response.status != 200 && response.status != 0)
             api.log().error("received unexpected response from server while fetching share links: %{public}ld",
                             response.status);
@@ -33,8 +34,10 @@ CreatedShareLink createShareLink(ApiHandler& api, std::int64_t documentId, std::
                                  FileVersion version) {
     JsonWriter body;
     body.beginObject().key("expiration");
-    if (expiration) body.string(dates::formatIso8601Utc(*expiration));
-    else body.null();
+    if (expiration)
+        body.string(dates::formatIso8601Utc(*expiration));
+    else
+        body.null();
     body.member("document", documentId)
         .member("file_version", version == FileVersion::archive ? "archive" : "original")
         .endObject();
@@ -52,8 +55,8 @@ CreatedShareLink createShareLink(ApiHandler& api, std::int64_t documentId, std::
 }
 
 int deleteShareLink(ApiHandler& api, std::int64_t id) {
-    const auto response = api.send(
-        api.request("DELETE", "/api/share_links/" + std::to_string(id) + "/", ApiHandler::Accept::No));
+    const auto response =
+        api.send(api.request("DELETE", "/api/share_links/" + std::to_string(id) + "/", ApiHandler::Accept::No));
     if (!status::isSuccess(effectiveStatus(response)))
         logFailure(api, "Error deleting share link %{public}s", response);
     return effectiveStatus(response);

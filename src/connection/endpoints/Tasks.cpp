@@ -9,7 +9,8 @@ namespace ledgerfinch {
 TaskList fetchTasks(ApiHandler& api) {
     const auto response = api.send(api.request("GET", "/api/tasks/", ApiHandler::Accept::Yes));
     TaskList list{effectiveStatus(response), {}};
-    if (response.status == 401) api.log().error("server didn't accept stored token!");
+    if (response.status == 401)
+        api.log().error("server didn't accept stored token!");
     else if (response.status != 200 && response.status != 0)
         api.log().error("received unexpected response from server while fetching saved views: %{public}ld",
                         response.status);

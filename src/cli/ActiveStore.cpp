@@ -1,14 +1,24 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/ActiveStore.h"
 
+#include "connection/Instances.h"
+
 namespace ledgerfinch::cli {
 
-CoreDataHandler* storeToRead(CommandContext& context, CompositionRoot& program) {
+CoreDataHandler* storeToRead(CommandContext& context, CompositionRoot& program, ExitCode& failure) {
+    auto& defaults = *program.services().defaults;
+    const auto server = defaults.string("server").value_or("");
+    const bool connected = ConnectedInstances::load(defaults).find(server) != nullptr;
+    const bool offline = defaults.boolean("offlineMode").value_or(false);
+    if (!connected && !offline) {
+        context.console().complain("Not connected to a server yet. Connect with: ledgerfinch-cli login URL");
+        failure = ExitCode::Refused;
+        return nullptr;
+    }
     std::error_code ignored;
     if (!std::filesystem::exists(program.activeStoreFile(), ignored)) {
-        const bool connected = !program.services().defaults->string("server").value_or("").empty();
-        context.console().complain(connected ? "There are no documents here yet. Fetch them with: ledgerfinch-cli sync"
-                                             : "Not connected to a server yet. Connect with: ledgerfinch-cli login URL");
+        context.console().complain("There are no documents here yet. Fetch them with: ledgerfinch-cli sync");
+        failure = ExitCode::NotFound;
         return nullptr;
     }
     return &program.core();

@@ -33,14 +33,14 @@ inline constexpr std::array<ExitCodeDescription, 12> kExitCodes{{
     {ExitCode::Ok, "All went well."},
     {ExitCode::Failed, "The operation failed; a sentence on standard error says why."},
     {ExitCode::PartlyFailed, "Some of it was done and kept, some of it failed. The next try makes up for it."},
-    {ExitCode::Usage, "The command line wasn't understood, or the command needs a login that isn't there."},
+    {ExitCode::Usage, "The command line wasn't understood."},
     {ExitCode::BadData, "What was given, or what the server answered, doesn't have the form that it should have."},
     {ExitCode::NotFound, "There is no such document, server, setting or file."},
     {ExitCode::Unreachable, "No server answered."},
     {ExitCode::Internal, "The local store or the settings can't be opened, or the program failed within. No file was changed."},
     {ExitCode::CannotCreate, "A file or folder can't be created or written, or it exists already."},
     {ExitCode::Busy, "Another process is at it. Try again later."},
-    {ExitCode::Refused, "The server refused the login or the stored token, or the secret store is locked."},
+    {ExitCode::Refused, "There is no login, or the server refused it, or the secret store that keeps the token is locked."},
     {ExitCode::Interrupted, "Ended by Ctrl-C or a signal. What was done is kept."},
 }};
 

@@ -135,8 +135,9 @@ public:
         if (arguments.value("output") == "") return complainOfUsage(console, "--output needs a name.", name());
         auto* program = context.program();
         if (!program) return context.failure();
-        auto* core = storeToRead(context, *program);
-        if (!core) return ExitCode::NotFound;
+        ExitCode failure = ExitCode::Ok;
+        auto* core = storeToRead(context, *program, failure);
+        if (!core) return failure;
         const auto document = core->getDocument(*id);
         if (!document) {
             console.complain("There is no document " + std::to_string(*id) + " in the local store.");
@@ -147,7 +148,6 @@ public:
             console.complain("This document has no file.");
             return ExitCode::NotFound;
         }
-        ExitCode failure = ExitCode::Ok;
         const auto fetched = fetch(console, *program, wanted, arguments.has("original"), failure);
         return fetched ? writeOut(console, *fetched, arguments) : failure;
     }

@@ -200,8 +200,9 @@ public:
         if (!sort) return complainOfUsage(console, sort.error().message, name());
         request.sort = {std::move(sort).value()};
 
-        auto* core = storeToRead(context, *program);
-        if (!core) return ExitCode::NotFound;
+        ExitCode failure = ExitCode::Ok;
+        auto* core = storeToRead(context, *program, failure);
+        if (!core) return failure;
         const auto ids = core->persistenceContainer()->fetchIDs(request);
         if (!ids) {
             console.complain("The local store can't be read: " + printable(ids.error().message));

@@ -183,8 +183,9 @@ public:
         if (!id) return complainOfUsage(console, "ID is a whole number, the one in the first column of list.", name());
         auto* program = context.program();
         if (!program) return context.failure();
-        auto* core = storeToRead(context, *program);
-        if (!core) return ExitCode::NotFound;
+        ExitCode failure = ExitCode::Ok;
+        auto* core = storeToRead(context, *program, failure);
+        if (!core) return failure;
         const auto document = core->getDocument(*id);
         if (!document) {
             console.complain("There is no document " + std::to_string(*id) + " in the local store.");

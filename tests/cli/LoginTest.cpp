@@ -101,7 +101,7 @@ TEST_F(LoginTest, SendsTheHeadersOfTheFileFromTheFirstRequestOn) {
     EXPECT_TRUE(ran.err.starts_with("Warning: other users may read ")) << ran.err;
     EXPECT_EQ(run({"sync"}).code, ExitCode::Ok);
     for (const auto& logged : server.requests())
-        EXPECT_EQ(logged.request.headers.find("x-proxy-key")->second, "hunter2") << logged.request.target;
+        EXPECT_EQ(logged.request.header("x-proxy-key"), "hunter2") << logged.request.target;
     EXPECT_EQ(run({"login", server.url(), "--token-stdin", "--header-file", (folder() / "none").string()}, "x").code,
               ExitCode::NotFound);
 }

@@ -51,7 +51,8 @@ Result<std::unique_ptr<CompositionRoot>> CompositionRoot::build(LaunchOptions op
     services.http = std::make_unique<HttpSession>();
     services.clock = std::make_unique<Clock>();
     services.idle = makeIdleInhibitor();
-    setFatalHandler([log = services.logger("Ledgerfinch")](const std::string& message) { log.error("%{public}s", message); });
+    setFatalHandler(
+        [log = services.logger("Ledgerfinch")](const std::string& message) { log.error("%{public}s", message); });
     return root;
 }
 

@@ -37,7 +37,8 @@ public:
     CompositionRoot& operator=(const CompositionRoot&) = delete;
 
     [[nodiscard]] Services& services() { return m_services; }
-    /// Opened by the first call, on the main thread. A store that can't be opened ends the program in the documented way.
+    /// Opened by the first call, on the main thread. A store that can't be opened ends the program in the documented
+    /// way.
     CoreDataHandler& core();
     /// Where stored log lines lie.
     [[nodiscard]] std::filesystem::path logFolder() const;
@@ -50,8 +51,8 @@ public:
         std::string reason;
     };
     using RestoredLogin = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable>;
-    /// The stored login of the active server, without asking the server whether it still takes the token. Blocks; not on
-    /// the main thread. The store must be open.
+    /// The stored login of the active server, without asking the server whether it still takes the token. Blocks; not
+    /// on the main thread. The store must be open.
     RestoredLogin restoreLogin();
 
 private:

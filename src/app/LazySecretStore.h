@@ -9,7 +9,8 @@
 
 namespace ledgerfinch {
 
-/// A secret store that is chosen when it is first asked: choosing talks to the session bus, and most commands need no secret.
+/// A secret store that is chosen when it is first asked: choosing talks to the session bus, and most commands need no
+/// secret.
 class LazySecretStore final : public SecretStore {
 public:
     explicit LazySecretStore(std::function<std::unique_ptr<SecretStore>()> choose) : m_choose(std::move(choose)) {}

@@ -32,10 +32,14 @@ public:
         for (; m_next < m_words.size(); ++m_next) {
             const std::string& word = m_words[m_next];
             Result<void> step;
-            if (optionsEnded || word.size() < 2 || word[0] != '-') m_arguments.addPositional(word);
-            else if (word == "--") optionsEnded = true;
-            else if (word[1] == '-') step = takeLong(word);
-            else step = takeShort(word);
+            if (optionsEnded || word.size() < 2 || word[0] != '-')
+                m_arguments.addPositional(word);
+            else if (word == "--")
+                optionsEnded = true;
+            else if (word[1] == '-')
+                step = takeLong(word);
+            else
+                step = takeShort(word);
             if (!step) return step.error();
         }
         return std::move(m_arguments);
@@ -45,9 +49,7 @@ private:
     Result<void> takeLong(const std::string& word) {
         const auto equals = word.find('=');
         const auto name = word.substr(0, equals);
-        const auto* option = find([&](const OptionDescription& candidate) {
-            return name.substr(2) == candidate.name;
-        });
+        const auto* option = find([&](const OptionDescription& candidate) { return name.substr(2) == candidate.name; });
         if (!option) return unknownOption(name, m_options);
         std::optional<std::string> value;
         if (equals != std::string::npos) value = word.substr(equals + 1);

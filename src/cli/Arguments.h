@@ -45,9 +45,10 @@ private:
     std::vector<std::string> m_positionals;
 };
 
-/// Sorts words into options and positionals, as GNU programs do: "--name value", "--name=value", "-nVALUE", in any order,
-/// "--" ends the options. The error is a sentence without any value of the command line in it, since a value may be a secret
-/// in the wrong place.
+/// Sorts words into options and positionals, as GNU programs do: "--name value", "--name=value", "-nVALUE", in any
+/// order,
+/// "--" ends the options. The error is a sentence without any value of the command line in it, since a value may be a
+/// secret in the wrong place.
 Result<Arguments> parseArguments(std::span<const std::string> words, std::span<const OptionDescription> options);
 
 /// Checks the number of positionals.

@@ -10,8 +10,8 @@
 
 namespace ledgerfinch::cli {
 
-/// Runs work that blocks on a queue of its own, while the main thread serves its event loop, and hands back what it gave.
-/// Main thread.
+/// Runs work that blocks on a queue of its own, while the main thread serves its event loop, and hands back what it
+/// gave. Main thread.
 template <class Work>
 auto runBlocking(Work&& work) -> std::invoke_result_t<Work> {
     using Value = std::invoke_result_t<Work>;

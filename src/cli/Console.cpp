@@ -38,8 +38,10 @@ private:
         const char* from = pbase();
         while (from < pptr() && m_error == 0) {
             const auto written = ::write(m_descriptor, from, static_cast<std::size_t>(pptr() - from));
-            if (written >= 0) from += written;
-            else if (errno != EINTR) m_error = errno;
+            if (written >= 0)
+                from += written;
+            else if (errno != EINTR)
+                m_error = errno;
         }
         setp(m_buffer.data(), m_buffer.data() + m_buffer.size());
         return m_error == 0 ? 0 : -1;
@@ -96,7 +98,9 @@ StandardConsole::StandardConsole() : m_d(std::make_unique<Private>()) {
 
 StandardConsole::~StandardConsole() = default;
 
-Console& StandardConsole::console() { return m_d->console; }
+Console& StandardConsole::console() {
+    return m_d->console;
+}
 
 int StandardConsole::outputLost() {
     m_d->out.flush();

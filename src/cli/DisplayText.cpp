@@ -35,7 +35,9 @@ constexpr std::array<Range, 54> kWide{{
 
 /// The next character of valid UTF-8; moves the position behind it.
 char32_t nextCharacter(std::string_view text, std::size_t& position) {
-    const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(text[index]); };
+    const auto byte = [&](std::size_t index) {
+        return static_cast<unsigned char>(text[index]);
+    };
     const auto lead = byte(position);
     const std::size_t length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
     char32_t character = length == 1 ? lead : lead & (0xFFu >> (length + 1));
@@ -51,7 +53,9 @@ bool turnsOrBreaksLines(char32_t character) {
            (character >= 0x2028 && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
 }
 
-bool isControl(char32_t character) { return character < 0x20 || (character >= 0x7F && character <= 0x9F); }
+bool isControl(char32_t character) {
+    return character < 0x20 || (character >= 0x7F && character <= 0x9F);
+}
 
 std::string writtenOut(char32_t character) {
     if (character == '\n') return "\\n";
@@ -90,8 +94,10 @@ std::string printable(std::string_view text, LineBreaks lineBreaks) {
                 continue;
             }
         }
-        if (isControl(character) || turnsOrBreaksLines(character)) result += writtenOut(character);
-        else result.append(valid, start, position - start);
+        if (isControl(character) || turnsOrBreaksLines(character))
+            result += writtenOut(character);
+        else
+            result.append(valid, start, position - start);
     }
     return result;
 }

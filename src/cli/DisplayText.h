@@ -11,11 +11,13 @@ namespace ledgerfinch::cli {
 enum class LineBreaks { Escape, Keep };
 
 /// The text with nothing in it that a terminal would obey: control characters, escape sequences, line breaks and
-/// characters that turn the direction of what follows are written out ("\x1b", "\n", "\u{202e}"). Bytes that are no UTF-8
-/// become U+FFFD. With LineBreaks::Keep line feeds and tabs stay, and a carriage return before a line feed is dropped.
+/// characters that turn the direction of what follows are written out ("\x1b", "\n", "\u{202e}"). Bytes that are no
+/// UTF-8 become U+FFFD. With LineBreaks::Keep line feeds and tabs stay, and a carriage return before a line feed is
+/// dropped.
 std::string printable(std::string_view text, LineBreaks lineBreaks = LineBreaks::Escape);
 
-/// Columns that printable text takes: 2 for East Asian wide characters and most emoji, 0 for combining marks and joiners.
+/// Columns that printable text takes: 2 for East Asian wide characters and most emoji, 0 for combining marks and
+/// joiners.
 std::size_t displayWidth(std::string_view text);
 
 /// At most this many columns; what is cut ends in "…". A mark stays with the character that it belongs to.

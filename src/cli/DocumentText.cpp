@@ -20,14 +20,18 @@ void writeAttribute(JsonWriter& json, std::string_view key, const Ref<Attribute>
 
 } // namespace
 
-std::string dayText(const std::optional<Timestamp>& time) { return time ? dates::formatDateOnly(*time) : std::string(); }
+std::string dayText(const std::optional<Timestamp>& time) {
+    return time ? dates::formatDateOnly(*time) : std::string();
+}
 
 std::optional<std::string> momentText(const std::optional<Timestamp>& time) {
     if (!time) return std::nullopt;
     return dates::formatIso8601Utc(*time);
 }
 
-std::string titleText(const CD_Document& document) { return document.title().value_or("Untitled Document"); }
+std::string titleText(const CD_Document& document) {
+    return document.title().value_or("Untitled Document");
+}
 
 std::string serialNumberText(const CD_Document& document) {
     const auto number = document.archive_serial_number();
@@ -39,9 +43,13 @@ std::string ownerText(const CD_Document& document) {
     return owner ? userText(*owner) : std::string();
 }
 
-std::string userText(const CD_User& user) { return user.username().value_or("user " + std::to_string(user.id())); }
+std::string userText(const CD_User& user) {
+    return user.username().value_or("user " + std::to_string(user.id()));
+}
 
-std::string groupText(const CD_Group& group) { return group.name().value_or("group " + std::to_string(group.id())); }
+std::string groupText(const CD_Group& group) {
+    return group.name().value_or("group " + std::to_string(group.id()));
+}
 
 std::vector<Ref<CD_Tag>> sortedTags(const CD_Document& document) {
     auto tags = document.tags();
@@ -74,7 +82,8 @@ void writeDocumentMembers(JsonWriter& json, const CD_Document& document) {
     json.key("owner");
     if (const auto owner = document.owner())
         json.beginObject().member("id", owner->id()).member("username", owner->username()).endObject();
-    else json.null();
+    else
+        json.null();
     json.key("tags").beginArray();
     for (const auto& tag : sortedTags(document))
         json.beginObject().member("id", tag->id()).member("name", tag->name()).endObject();

@@ -8,8 +8,8 @@
 #include <optional>
 #include <string>
 
-/// What lists and pages show of a document, as raw texts (whoever writes them to a terminal makes them printable). Inside
-/// the document's context.
+/// What lists and pages show of a document, as raw texts (whoever writes them to a terminal makes them printable).
+/// Inside the document's context.
 namespace ledgerfinch::cli {
 
 /// The device's day; empty for none.
@@ -34,9 +34,9 @@ std::string groupText(const CD_Group& group);
 /// The document's tags in the order of their names.
 std::vector<Ref<CD_Tag>> sortedTags(const CD_Document& document);
 
-/// The members that list and page have in common, into an open object. The keys are an interface: "id", "title", "created",
-/// "added", "modified", "archive_serial_number", "original_file_name", "correspondent", "document_type", "storage_path",
-/// "owner", "tags". "created" is a day, the other times are moments in UTC.
+/// The members that list and page have in common, into an open object. The keys are an interface: "id", "title",
+/// "created", "added", "modified", "archive_serial_number", "original_file_name", "correspondent", "document_type",
+/// "storage_path", "owner", "tags". "created" is a day, the other times are moments in UTC.
 void writeDocumentMembers(JsonWriter& json, const CD_Document& document);
 
 } // namespace ledgerfinch::cli

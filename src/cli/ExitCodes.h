@@ -6,8 +6,8 @@
 
 namespace ledgerfinch::cli {
 
-/// What the program ends with. The numbers are an interface for scripts and never change their meaning; those from 64 on
-/// are those of sysexits.h.
+/// What the program ends with. The numbers are an interface for scripts and never change their meaning; those from 64
+/// on are those of sysexits.h.
 enum class ExitCode : int {
     Ok = 0,
     Failed = 1,
@@ -37,13 +37,17 @@ inline constexpr std::array<ExitCodeDescription, 12> kExitCodes{{
     {ExitCode::BadData, "What was given, or what the server answered, doesn't have the form that it should have."},
     {ExitCode::NotFound, "There is no such document, server, setting or file."},
     {ExitCode::Unreachable, "No server answered."},
-    {ExitCode::Internal, "The local store or the settings can't be opened, or the program failed within. No file was changed."},
+    {ExitCode::Internal,
+     "The local store or the settings can't be opened, or the program failed within. No file was changed."},
     {ExitCode::CannotCreate, "A file or folder can't be created or written, or it exists already."},
     {ExitCode::Busy, "Another process is at it. Try again later."},
-    {ExitCode::Refused, "There is no login, or the server refused it, or the secret store that keeps the token is locked."},
+    {ExitCode::Refused,
+     "There is no login, or the server refused it, or the secret store that keeps the token is locked."},
     {ExitCode::Interrupted, "Ended by Ctrl-C or a signal. What was done is kept."},
 }};
 
-constexpr int toInt(ExitCode code) { return static_cast<int>(code); }
+constexpr int toInt(ExitCode code) {
+    return static_cast<int>(code);
+}
 
 } // namespace ledgerfinch::cli

@@ -51,8 +51,10 @@ std::string wrapped(std::string_view paragraph, std::size_t indent, std::size_t 
 
 std::string entry(const std::string& left, std::string_view help) {
     std::string line = "  " + left;
-    if (line.size() + 2 > kOptionIndent) line += "\n" + std::string(kOptionIndent, ' ');
-    else line.append(kOptionIndent - line.size(), ' ');
+    if (line.size() + 2 > kOptionIndent)
+        line += "\n" + std::string(kOptionIndent, ' ');
+    else
+        line.append(kOptionIndent - line.size(), ' ');
     return line + wrapped(help, kOptionIndent, kOptionIndent);
 }
 
@@ -70,14 +72,18 @@ std::string paragraphs(std::string_view text) {
 
 } // namespace
 
-std::string Command::objection(std::span<const std::string>) const { return {}; }
+std::string Command::objection(std::span<const std::string>) const {
+    return {};
+}
 
-std::span<const OptionDescription> globalOptions() { return kGlobalOptions; }
+std::span<const OptionDescription> globalOptions() {
+    return kGlobalOptions;
+}
 
 const Command* findCommand(std::string_view name) {
     const auto& commands = allCommands();
-    const auto found = std::find_if(commands.begin(), commands.end(),
-                                    [&](const auto& command) { return command->name() == name; });
+    const auto found =
+        std::find_if(commands.begin(), commands.end(), [&](const auto& command) { return command->name() == name; });
     return found == commands.end() ? nullptr : found->get();
 }
 
@@ -101,10 +107,11 @@ std::string usageLine(const Command& command) {
 }
 
 std::string helpText() {
-    std::string text = "Usage: ledgerfinch-cli [OPTION]... COMMAND [WORD]...\n\n" +
-                       paragraphs("Keeps a whole copy of a document server's metadata and text on this machine, and works with "
-                                  "it with or without the server.") +
-                       "\nCommands:\n";
+    std::string text =
+        "Usage: ledgerfinch-cli [OPTION]... COMMAND [WORD]...\n\n" +
+        paragraphs("Keeps a whole copy of a document server's metadata and text on this machine, and works with "
+                   "it with or without the server.") +
+        "\nCommands:\n";
     for (const auto& command : allCommands())
         text += entry(std::string(command->name()), command->summary());
     text += "\nOptions of every command:\n";

@@ -63,6 +63,8 @@ InterruptWatch::~InterruptWatch() {
     ::close(m_d->pipe[1]);
 }
 
-bool InterruptWatch::interrupted() const { return m_d->interrupted; }
+bool InterruptWatch::interrupted() const {
+    return m_d->interrupted;
+}
 
 } // namespace ledgerfinch::cli

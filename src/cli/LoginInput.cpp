@@ -118,8 +118,9 @@ private:
         std::string text(kLongestHeaderFile + 1, '\0');
         stream.read(text.data(), static_cast<std::streamsize>(text.size()));
         text.resize(static_cast<std::size_t>(stream.gcount()));
-        auto headers = text.size() > kLongestHeaderFile ? Result<CustomHeaders>(Error{"The file of headers is too long."})
-                                                        : parseHeaderLines(text);
+        auto headers = text.size() > kLongestHeaderFile
+                           ? Result<CustomHeaders>(Error{"The file of headers is too long."})
+                           : parseHeaderLines(text);
         if (!headers) {
             m_console.complain(headers.error().message);
             failure = ExitCode::BadData;
@@ -132,16 +133,20 @@ private:
     bool readSecret() {
         std::string& secret = input.loginWithToken ? input.token : input.password;
         if (!input.loginWithToken && !readUser()) return false;
-        if (m_arguments.has(input.loginWithToken ? "token-stdin" : "password-stdin")) secret = firstLine(m_console.in);
-        else if (!askFor(secret)) return false;
+        if (m_arguments.has(input.loginWithToken ? "token-stdin" : "password-stdin"))
+            secret = firstLine(m_console.in);
+        else if (!askFor(secret))
+            return false;
         if (!secret.empty() && secret.size() <= kLongestSecret) return true;
-        m_console.complain(secret.empty() ? "Nothing was given to log in with." : "That is too long to be a password or token.");
+        m_console.complain(secret.empty() ? "Nothing was given to log in with."
+                                          : "That is too long to be a password or token.");
         failure = ExitCode::BadData;
         return false;
     }
 
     bool readUser() {
-        if (const auto user = m_arguments.value("user")) input.user = *user;
+        if (const auto user = m_arguments.value("user"))
+            input.user = *user;
         else if (m_console.inIsTerminal && !m_arguments.has("password-stdin")) {
             m_console.err << "Username: " << std::flush;
             input.user = firstLine(m_console.in);
@@ -152,16 +157,16 @@ private:
     }
 
     bool askFor(std::string& secret) {
-        const std::string prompt =
-            input.loginWithToken ? "Token: " : "Password of " + printable(input.user) + ": ";
+        const std::string prompt = input.loginWithToken ? "Token: " : "Password of " + printable(input.user) + ": ";
         const auto answer = m_console.readSecret ? m_console.readSecret(prompt) : std::nullopt;
         if (answer) {
             secret = *answer;
             return true;
         }
         (void)complainOfUsage(m_console,
-                              input.loginWithToken ? "There is no terminal to ask for the token on: use --token-stdin."
-                                                   : "There is no terminal to ask for the password on: use --password-stdin.",
+                              input.loginWithToken
+                                  ? "There is no terminal to ask for the token on: use --token-stdin."
+                                  : "There is no terminal to ask for the password on: use --password-stdin.",
                               m_command);
         return false;
     }
@@ -173,19 +178,24 @@ private:
 
 } // namespace
 
-std::span<const OptionDescription> loginOptions() { return kOptions; }
+std::span<const OptionDescription> loginOptions() {
+    return kOptions;
+}
 
 std::string objectionToSecrets(std::span<const std::string> words) {
     for (const auto& word : words) {
         const auto name = std::string_view(word).substr(0, word.find('='));
         if (name == "--password" || name == "--pass" || name == "--passwd")
-            return "A password is never taken from the command line, where others could read it. It is asked for, or read "
+            return "A password is never taken from the command line, where others could read it. It is asked for, or "
+                   "read "
                    "with --password-stdin.";
         if ((name == "--token" && name.size() < word.size()) || (name == "--token-stdin" && name.size() < word.size()))
-            return "A token is never taken from the command line, where others could read it. Give --token alone to be asked "
+            return "A token is never taken from the command line, where others could read it. Give --token alone to be "
+                   "asked "
                    "for it, or --token-stdin.";
         if (!word.starts_with('-') && authority(word).find('@') != std::string_view::npos)
-            return "An address must not hold a user name or password, which others could read on the command line. Give the "
+            return "An address must not hold a user name or password, which others could read on the command line. "
+                   "Give the "
                    "address alone, and --user NAME.";
     }
     return {};
@@ -208,11 +218,13 @@ Result<CustomHeaders> parseHeaderLines(std::string_view text) {
         if (line.empty() || line.front() == '#') continue;
         const auto colon = line.find(':');
         const auto name = trimmed(std::string_view(line).substr(0, colon));
-        const auto value = colon == std::string::npos ? std::string() : trimmed(std::string_view(line).substr(colon + 1));
+        const auto value =
+            colon == std::string::npos ? std::string() : trimmed(std::string_view(line).substr(colon + 1));
         const bool clean = std::none_of(value.begin(), value.end(),
                                         [](unsigned char character) { return character < 0x20 || character == 0x7F; });
         if (colon == std::string::npos || !isHeaderName(name) || !clean)
-            return Error{"Line " + std::to_string(number) + " of the file of headers isn't of the form \"Name: value\"."};
+            return Error{"Line " + std::to_string(number) +
+                         " of the file of headers isn't of the form \"Name: value\"."};
         headers.headers.emplace_back(Uuid::random(), CustomHeader{name, value});
     }
     return headers;

@@ -29,12 +29,13 @@ std::span<const OptionDescription> loginOptions();
 /// A sentence when a secret stands on the command line; it names no value.
 std::string objectionToSecrets(std::span<const std::string> words);
 
-/// Completes the input: asks on the terminal, reads standard input and the file of headers. Absent when that failed; the
-/// reason was said, and `failure` is the exit code.
+/// Completes the input: asks on the terminal, reads standard input and the file of headers. Absent when that failed;
+/// the reason was said, and `failure` is the exit code.
 std::optional<LoginInput> readLoginInput(Console& console, const Arguments& arguments, const std::string& url,
                                          std::string_view command, ExitCode& failure);
 
-/// "Name: value" lines; empty lines and those that begin with "#" are passed over. The error names the line, not its content.
+/// "Name: value" lines; empty lines and those that begin with "#" are passed over. The error names the line, not its
+/// content.
 Result<CustomHeaders> parseHeaderLines(std::string_view text);
 
 } // namespace ledgerfinch::cli

@@ -13,9 +13,12 @@ std::string roff(std::string_view text) {
     bool lineStart = true;
     for (const char character : text) {
         if (lineStart && (character == '.' || character == '\'')) result += "\\&";
-        if (character == '\\') result += "\\e";
-        else if (character == '-') result += "\\-";
-        else result.push_back(character);
+        if (character == '\\')
+            result += "\\e";
+        else if (character == '-')
+            result += "\\-";
+        else
+            result.push_back(character);
         lineStart = character == '\n';
     }
     return result;
@@ -78,15 +81,16 @@ constexpr std::string_view kAround =
 } // namespace
 
 std::string manualPage() {
-    std::string page = ".\\\" Made by: ledgerfinch-cli help --man\n"
-                       ".TH LEDGERFINCH\\-CLI 1 \"\" \"Ledgerfinch " +
-                       std::string(kVersion) + "\" \"User Commands\"\n" +
-                       ".SH NAME\nledgerfinch\\-cli \\- a document server's archive on the command line\n"
-                       ".SH SYNOPSIS\n\\fBledgerfinch\\-cli\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIWORD\\fR]...\n"
-                       ".SH DESCRIPTION\n"
-                       "Keeps a whole copy of a document server's metadata and text on this machine, and works with it with or\n"
-                       "without the server. Reading commands never touch the network.\n"
-                       ".SH OPTIONS\nEvery command takes these.\n";
+    std::string page =
+        ".\\\" Made by: ledgerfinch-cli help --man\n"
+        ".TH LEDGERFINCH\\-CLI 1 \"\" \"Ledgerfinch " +
+        std::string(kVersion) + "\" \"User Commands\"\n" +
+        ".SH NAME\nledgerfinch\\-cli \\- a document server's archive on the command line\n"
+        ".SH SYNOPSIS\n\\fBledgerfinch\\-cli\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIWORD\\fR]...\n"
+        ".SH DESCRIPTION\n"
+        "Keeps a whole copy of a document server's metadata and text on this machine, and works with it with or\n"
+        "without the server. Reading commands never touch the network.\n"
+        ".SH OPTIONS\nEvery command takes these.\n";
     for (const auto& option : globalOptions())
         page += optionEntry(option);
     page += ".SH COMMANDS\n";

@@ -15,7 +15,9 @@ namespace {
 constexpr std::array<int, 5> kSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 volatile std::sig_atomic_t caughtSignal = 0;
 
-void remember(int number) { caughtSignal = number; }
+void remember(int number) {
+    caughtSignal = number;
+}
 
 /// Turns the listed signals into an interrupted read for as long as it lives.
 class SignalsHeldBack {

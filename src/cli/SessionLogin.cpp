@@ -20,7 +20,8 @@ SessionLogin restoreSession(Console& console, CompositionRoot& program) {
     const auto restored = runBlocking([&] { return program.restoreLogin(); });
     if (const auto* api = std::get_if<std::shared_ptr<ApiHandler>>(&restored)) return {*api, ExitCode::Ok};
     if (const auto* locked = std::get_if<CompositionRoot::SecretsUnavailable>(&restored)) {
-        console.complain("The secret store that keeps the token is locked or doesn't answer: " + printable(locked->reason));
+        console.complain("The secret store that keeps the token is locked or doesn't answer: " +
+                         printable(locked->reason));
         console.complain("The token is still there. Unlock the secret store and try again.");
         return {nullptr, ExitCode::Refused};
     }

@@ -17,7 +17,6 @@ struct SessionLogin {
 SessionLogin restoreSession(Console& console, CompositionRoot& program);
 
 /// The sentence of a refused token.
-inline constexpr std::string_view kTokenRefused =
-    "The server didn't accept the stored token. Please log in again.";
+inline constexpr std::string_view kTokenRefused = "The server didn't accept the stored token. Please log in again.";
 
 } // namespace ledgerfinch::cli

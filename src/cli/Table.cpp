@@ -10,8 +10,7 @@ namespace {
 constexpr std::size_t kGap = 2;
 }
 
-Table::Table(Console& console, std::vector<TableColumn> columns)
-    : m_console(console), m_columns(std::move(columns)) {}
+Table::Table(Console& console, std::vector<TableColumn> columns) : m_console(console), m_columns(std::move(columns)) {}
 
 void Table::add(std::vector<std::string> cells) {
     cells.resize(m_columns.size());

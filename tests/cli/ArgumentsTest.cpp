@@ -14,12 +14,17 @@ constexpr std::array<OptionDescription, 3> kOptions{{
     {"output", "PATH", "", 'o'},
 }};
 
-Result<Arguments> parse(std::vector<std::string> words) { return parseArguments(words, kOptions); }
+Result<Arguments> parse(std::vector<std::string> words) {
+    return parseArguments(words, kOptions);
+}
 
 TEST(Arguments, AreTakenInEveryUsualForm) {
     const std::vector<std::vector<std::string>> forms{
-        {"--limit", "5", "--json", "word"}, {"--limit=5", "word", "--json"}, {"-n5", "--json", "word"},
-        {"word", "-n", "5", "--json"},      {"-n", "3", "--json", "-n", "5", "--", "word"},
+        {"--limit", "5", "--json", "word"},
+        {"--limit=5", "word", "--json"},
+        {"-n5", "--json", "word"},
+        {"word", "-n", "5", "--json"},
+        {"-n", "3", "--json", "-n", "5", "--", "word"},
     };
     for (const auto& form : forms) {
         const auto parsed = parse(form);

@@ -38,11 +38,19 @@ TEST(DisplayText, CountsColumnsAsATerminalDoes) {
         std::string text;
         std::size_t columns;
     } cases[] = {
-        {"", 0},         {"abc", 3},  {"東京", 4},     {"ｆｕｌｌ", 8}, {"한국어", 6},
-        {"e\xcc\x81", 1}, {"🧾", 2},   {"a\xe2\x80\x8d"
-                                      "b",
-                                      2},
-        {"שלום", 4},     {"\xc2\xad", 0}, {"नमस्ते", 4},
+        {"", 0},
+        {"abc", 3},
+        {"東京", 4},
+        {"ｆｕｌｌ", 8},
+        {"한국어", 6},
+        {"e\xcc\x81", 1},
+        {"🧾", 2},
+        {"a\xe2\x80\x8d"
+         "b",
+         2},
+        {"שלום", 4},
+        {"\xc2\xad", 0},
+        {"नमस्ते", 4},
     };
     for (const auto& [text, columns] : cases)
         EXPECT_EQ(displayWidth(text), columns) << text;

@@ -64,8 +64,7 @@ TEST_F(InstancesTest, RemoveASecondServerButNeverTheActiveOne) {
     ASSERT_EQ(run({"sync"}).code, ExitCode::Ok);
     const auto active = run({"instances", "remove", second.url(), "--yes"});
     EXPECT_EQ(active.code, ExitCode::Failed);
-    EXPECT_EQ(active.err,
-              "You can't disconnect from the currently active instance. Please switch and try again.\n");
+    EXPECT_EQ(active.err, "You can't disconnect from the currently active instance. Please switch and try again.\n");
 
     ASSERT_EQ(run({"instances", "use", first.url()}).code, ExitCode::Ok);
     EXPECT_EQ(run({"instances", "remove", second.url()}).code, ExitCode::Usage);

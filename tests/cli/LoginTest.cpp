@@ -95,8 +95,8 @@ TEST_F(LoginTest, SendsTheHeadersOfTheFileFromTheFirstRequestOn) {
     const auto file = folder() / "headers";
     std::ofstream(file) << "X-Proxy-Key: hunter2\n";
     std::filesystem::permissions(file, std::filesystem::perms::owner_all | std::filesystem::perms::group_read);
-    const auto ran =
-        run({"login", server.url(), "--user", "admin", "--password-stdin", "--header-file", file.string()}, "admin-pass\n");
+    const auto ran = run({"login", server.url(), "--user", "admin", "--password-stdin", "--header-file", file.string()},
+                         "admin-pass\n");
     EXPECT_EQ(ran.code, ExitCode::Ok);
     EXPECT_TRUE(ran.err.starts_with("Warning: other users may read ")) << ran.err;
     EXPECT_EQ(run({"sync"}).code, ExitCode::Ok);

@@ -18,12 +18,13 @@ protected:
         const auto invoice = server.add("document_types", {{"name", "Invoice"}});
         const auto red = server.add("tags", {{"name", "red"}});
         const auto blue = server.add("tags", {{"name", "Blue"}});
-        const auto choice = server.add("custom_fields", {{"name", "Choice"},
-                                                         {"data_type", "select"},
-                                                         {"extra_data", {{"select_options", {"low", "high"}}}}});
+        const auto choice = server.add(
+            "custom_fields",
+            {{"name", "Choice"}, {"data_type", "select"}, {"extra_data", {{"select_options", {"low", "high"}}}}});
         const auto number = server.add("custom_fields", {{"name", "Number"}, {"data_type", "integer"}});
         const auto price = server.add("custom_fields", {{"name", "Price"}, {"data_type", "monetary"}});
-        plain = server.addDocument({{"title", "Plain"}, {"created", "2024-03-01"}, {"content", "first\nsecond\x1b[31m"}});
+        plain =
+            server.addDocument({{"title", "Plain"}, {"created", "2024-03-01"}, {"content", "first\nsecond\x1b[31m"}});
         rich = server.addDocument({{"title", "Rich"},
                                    {"created", "2024-05-01"},
                                    {"archive_serial_number", 4711},

@@ -95,8 +95,12 @@ void Subprocess::write(const std::string& text) {
     [[maybe_unused]] const auto written = ::write(m_input, text.data(), text.size());
 }
 
-void Subprocess::closeInput() { closeOnce(m_input); }
-void Subprocess::closeOutput() { closeOnce(m_output); }
+void Subprocess::closeInput() {
+    closeOnce(m_input);
+}
+void Subprocess::closeOutput() {
+    closeOnce(m_output);
+}
 
 bool Subprocess::readSome() {
     std::array<pollfd, 2> waiting{{{m_output, POLLIN, 0}, {m_error, POLLIN, 0}}};
@@ -106,8 +110,10 @@ bool Subprocess::readSome() {
     const auto take = [&](const pollfd& ready, int& descriptor, std::string& text) {
         if (descriptor < 0 || ready.revents == 0) return;
         const auto count = ::read(descriptor, buffer.data(), buffer.size());
-        if (count > 0) text.append(buffer.data(), static_cast<std::size_t>(count));
-        else if (count == 0 || errno != EINTR) closeOnce(descriptor);
+        if (count > 0)
+            text.append(buffer.data(), static_cast<std::size_t>(count));
+        else if (count == 0 || errno != EINTR)
+            closeOnce(descriptor);
     };
     take(waiting[0], m_output, m_out);
     take(waiting[1], m_error, m_err);
@@ -120,10 +126,16 @@ bool Subprocess::readUntil(const std::string& text) {
     return true;
 }
 
-void Subprocess::signal(int number) { ::kill(m_pid, number); }
+void Subprocess::signal(int number) {
+    ::kill(m_pid, number);
+}
 
-std::string Subprocess::commandLine() const { return readAll("/proc/" + std::to_string(m_pid) + "/cmdline"); }
-std::string Subprocess::environmentText() const { return readAll("/proc/" + std::to_string(m_pid) + "/environ"); }
+std::string Subprocess::commandLine() const {
+    return readAll("/proc/" + std::to_string(m_pid) + "/cmdline");
+}
+std::string Subprocess::environmentText() const {
+    return readAll("/proc/" + std::to_string(m_pid) + "/environ");
+}
 
 int Subprocess::wait() {
     while (readSome()) {

@@ -12,7 +12,8 @@ namespace ledgerfinch::cli {
 class Subprocess {
 public:
     enum class Streams { Pipes, Terminal };
-    /// `environment` entries ("NAME=value") come on top of a small environment without session bus and terminal settings.
+    /// `environment` entries ("NAME=value") come on top of a small environment without session bus and terminal
+    /// settings.
     Subprocess(std::vector<std::string> words, const std::vector<std::string>& environment = {},
                Streams streams = Streams::Pipes);
     ~Subprocess();

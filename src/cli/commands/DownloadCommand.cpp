@@ -75,8 +75,7 @@ Result<Fetched> fetchOriginal(ApiHandler& api, const Wanted& wanted, const Progr
         extension = mimeTypes::preferredExtension(type.substr(0, type.find(';'))).value_or("");
     }
     const auto stem = wanted.originalName.empty() ? wanted.title : original.stem().string();
-    return Fetched{std::move(response.body),
-                   safeFileName(stem, extension, "document-" + std::to_string(wanted.id))};
+    return Fetched{std::move(response.body), safeFileName(stem, extension, "document-" + std::to_string(wanted.id))};
 }
 
 Result<Fetched> readLocal(FileSystem& files, const std::filesystem::path& file, const Wanted& wanted) {
@@ -105,13 +104,15 @@ ExitCode writeOut(Console& console, const Fetched& fetched, const Arguments& arg
     }
     if (written.error().code == static_cast<int>(OutputError::Exists))
         console.complain(name + " exists already. --force overwrites it.");
-    else console.complain(name + " could not be written: " + written.error().message);
+    else
+        console.complain(name + " could not be written: " + written.error().message);
     return ExitCode::CannotCreate;
 }
 
 constexpr std::array<PositionalDescription, 1> kPositionals{{{"ID", "The document's number on the server."}}};
 constexpr std::array<OptionDescription, 3> kOptions{{
-    {"output", "PATH", "The file to write, or the folder to write into; the current folder unless said otherwise.", 'o'},
+    {"output", "PATH", "The file to write, or the folder to write into; the current folder unless said otherwise.",
+     'o'},
     {"original", "", "The file as it was added, not the archived form; always fetched from the server."},
     {"force", "", "Overwrite what is there.", 'f'},
 }};
@@ -121,7 +122,8 @@ public:
     std::string_view name() const override { return "download"; }
     std::string_view summary() const override { return "Write a document's file."; }
     std::string_view description() const override {
-        return "Writes the file of a document and tells its name. A file that is on this device already is taken from there, "
+        return "Writes the file of a document and tells its name. A file that is on this device already is taken from "
+               "there, "
                "without the server; else it is downloaded and kept. The name is made of the document's title.\n\n"
                "Nothing is overwritten without --force.";
     }
@@ -191,6 +193,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<Command> makeDownloadCommand() { return std::make_unique<DownloadCommand>(); }
+std::unique_ptr<Command> makeDownloadCommand() {
+    return std::make_unique<DownloadCommand>();
+}
 
 } // namespace ledgerfinch::cli

@@ -19,7 +19,9 @@ class HelpCommand final : public Command {
 public:
     std::string_view name() const override { return "help"; }
     std::string_view summary() const override { return "Show what the program or a command does."; }
-    std::string_view description() const override { return "Shows the list of commands, or everything about one of them."; }
+    std::string_view description() const override {
+        return "Shows the list of commands, or everything about one of them.";
+    }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
 
@@ -43,6 +45,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<Command> makeHelpCommand() { return std::make_unique<HelpCommand>(); }
+std::unique_ptr<Command> makeHelpCommand() {
+    return std::make_unique<HelpCommand>();
+}
 
 } // namespace ledgerfinch::cli

@@ -77,7 +77,8 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
 /// Why the token of a server can't be used; absent when it can.
 std::optional<std::string> obstacle(const ApiHandler::Restored& restored, const std::string& address) {
     if (std::holds_alternative<ApiHandler::NoToken>(restored))
-        return "No token found for " + printable(address) + ". Log in with: ledgerfinch-cli login " + printable(address);
+        return "No token found for " + printable(address) + ". Log in with: ledgerfinch-cli login " +
+               printable(address);
     if (const auto* locked = std::get_if<ApiHandler::SecretsUnavailable>(&restored))
         return "The secret store that keeps the token is locked or doesn't answer: " + printable(locked->reason);
     if (std::holds_alternative<ApiHandler::Refused>(restored))
@@ -171,9 +172,11 @@ public:
     std::string_view name() const override { return "instances"; }
     std::string_view summary() const override { return "List, add, switch and remove servers."; }
     std::string_view description() const override {
-        return "Several servers may be connected, each with a local store of its own; one of them is active, and the other "
+        return "Several servers may be connected, each with a local store of its own; one of them is active, and the "
+               "other "
                "commands work with it.\n\n"
-               "add connects a further server and takes the options of login; use makes a server the active one; remove "
+               "add connects a further server and takes the options of login; use makes a server the active one; "
+               "remove "
                "forgets a server's token and deletes its local documents. The active server can't be removed.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
@@ -203,6 +206,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<Command> makeInstancesCommand() { return std::make_unique<InstancesCommand>(); }
+std::unique_ptr<Command> makeInstancesCommand() {
+    return std::make_unique<InstancesCommand>();
+}
 
 } // namespace ledgerfinch::cli

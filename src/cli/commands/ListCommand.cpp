@@ -24,18 +24,42 @@ constexpr auto kLeft = Alignment::Left;
 constexpr auto kRight = Alignment::Right;
 
 const std::array<Column, 12> kColumns{{
-    {"id", "ID", kRight, 0, [](const CD_Document& document) { return std::to_string(document.id()); }},
-    {"created", "CREATED", kLeft, 0, [](const CD_Document& document) { return dayText(document.created()); }},
+    {"id", "ID", kRight, 0,
+     [](const CD_Document& document) {
+         return std::to_string(document.id());
+     }},
+    {"created", "CREATED", kLeft, 0,
+     [](const CD_Document& document) {
+         return dayText(document.created());
+     }},
     {"title", "TITLE", kLeft, 12, titleText},
-    {"correspondent", "CORRESPONDENT", kLeft, 8, [](const CD_Document& document) { return nameText(document.correspondent()); }},
-    {"type", "TYPE", kLeft, 6, [](const CD_Document& document) { return nameText(document.document_type()); }},
+    {"correspondent", "CORRESPONDENT", kLeft, 8,
+     [](const CD_Document& document) {
+         return nameText(document.correspondent());
+     }},
+    {"type", "TYPE", kLeft, 6,
+     [](const CD_Document& document) {
+         return nameText(document.document_type());
+     }},
     {"tags", "TAGS", kLeft, 6, tagsText},
     {"asn", "ASN", kRight, 0, serialNumberText},
-    {"added", "ADDED", kLeft, 0, [](const CD_Document& document) { return dayText(document.added()); }},
-    {"modified", "MODIFIED", kLeft, 0, [](const CD_Document& document) { return dayText(document.modified()); }},
+    {"added", "ADDED", kLeft, 0,
+     [](const CD_Document& document) {
+         return dayText(document.added());
+     }},
+    {"modified", "MODIFIED", kLeft, 0,
+     [](const CD_Document& document) {
+         return dayText(document.modified());
+     }},
     {"owner", "OWNER", kLeft, 6, ownerText},
-    {"path", "PATH", kLeft, 6, [](const CD_Document& document) { return nameText(document.storage_path()); }},
-    {"file", "FILE", kLeft, 8, [](const CD_Document& document) { return document.original_file_name().value_or(""); }},
+    {"path", "PATH", kLeft, 6,
+     [](const CD_Document& document) {
+         return nameText(document.storage_path());
+     }},
+    {"file", "FILE", kLeft, 8,
+     [](const CD_Document& document) {
+         return document.original_file_name().value_or("");
+     }},
 }};
 constexpr std::string_view kDefaultColumns = "id,created,asn,title,correspondent,type,tags";
 
@@ -79,8 +103,8 @@ Result<std::vector<const Column*>> chosenColumns(std::string_view list) {
     while (true) {
         const auto comma = list.find(',');
         const auto name = list.substr(0, comma);
-        const auto found = std::find_if(kColumns.begin(), kColumns.end(),
-                                        [&](const Column& column) { return column.name == name; });
+        const auto found =
+            std::find_if(kColumns.begin(), kColumns.end(), [&](const Column& column) { return column.name == name; });
         if (found == kColumns.end()) return Error{choices("column", name, names(kColumns))};
         chosen.push_back(&*found);
         if (comma == std::string_view::npos) return chosen;
@@ -158,11 +182,13 @@ void writeJson(Console& console, CoreDataHandler& core, const std::vector<Object
 constexpr std::array<PositionalDescription, 0> kNoPositionals{};
 constexpr std::array<OptionDescription, 5> kOptions{{
     {"columns", "NAMES",
-     "Columns in this order, joined by commas: id, created, title, correspondent, type, tags, asn, added, modified, owner, "
+     "Columns in this order, joined by commas: id, created, title, correspondent, type, tags, asn, added, modified, "
+     "owner, "
      "path, file."},
     {"limit", "N", "At most N documents.", 'n'},
     {"sort", "KEY",
-     "Order by created, added, modified, title, asn, correspondent, type, id or owner; with a dash before the key from the "
+     "Order by created, added, modified, title, asn, correspondent, type, id or owner; with a dash before the key from "
+     "the "
      "highest to the lowest.",
      's'},
     {"descending", "", "From the highest to the lowest."},
@@ -174,9 +200,11 @@ public:
     std::string_view name() const override { return "list"; }
     std::string_view summary() const override { return "List documents."; }
     std::string_view description() const override {
-        return "Lists the documents of the local store; the network is not touched. Without --sort they come in the order "
+        return "Lists the documents of the local store; the network is not touched. Without --sort they come in the "
+               "order "
                "that the settings say, the latest first unless changed.\n\n"
-               "On a terminal the table is fitted into its width. With --json every member of every document is there: ids are "
+               "On a terminal the table is fitted into its width. With --json every member of every document is there: "
+               "ids are "
                "numbers, what is absent is null, days are written 2024-03-01 and moments 2024-03-01T12:30:00Z.";
     }
     std::span<const PositionalDescription> positionals() const override { return kNoPositionals; }
@@ -208,14 +236,18 @@ public:
             console.complain("The local store can't be read: " + printable(ids.error().message));
             return ids.error().code == static_cast<int>(StoreErrorCode::Busy) ? ExitCode::Busy : ExitCode::Internal;
         }
-        if (arguments.has("json")) writeJson(console, *core, *ids);
-        else writeTable(console, *core, *ids, *columns);
+        if (arguments.has("json"))
+            writeJson(console, *core, *ids);
+        else
+            writeTable(console, *core, *ids, *columns);
         return ExitCode::Ok;
     }
 };
 
 } // namespace
 
-std::unique_ptr<Command> makeListCommand() { return std::make_unique<ListCommand>(); }
+std::unique_ptr<Command> makeListCommand() {
+    return std::make_unique<ListCommand>();
+}
 
 } // namespace ledgerfinch::cli

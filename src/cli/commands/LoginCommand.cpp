@@ -21,8 +21,10 @@ public:
         if (ConnectedInstances::load(defaults).find(server)) m_before = server;
     }
     void restore() {
-        if (m_before) (void)m_defaults.set("server", *m_before);
-        else (void)m_defaults.remove("server");
+        if (m_before)
+            (void)m_defaults.set("server", *m_before);
+        else
+            (void)m_defaults.remove("server");
     }
 
 private:
@@ -31,16 +33,19 @@ private:
 };
 
 constexpr std::array<PositionalDescription, 1> kPositionals{
-    {{"URL", "The server's address: https://papers.example.org, http://192.168.1.5:8000. Without a protocol it is https://."}}};
+    {{"URL", "The server's address: https://papers.example.org, http://192.168.1.5:8000. Without a protocol it is "
+             "https://."}}};
 
 class LoginCommand final : public Command {
 public:
     std::string_view name() const override { return "login"; }
     std::string_view summary() const override { return "Connect to a document server."; }
     std::string_view description() const override {
-        return "Logs in with a user name and password, or with a token, keeps the token in the desktop's secret store, gives "
+        return "Logs in with a user name and password, or with a token, keeps the token in the desktop's secret store, "
+               "gives "
                "the server a local store of its own and makes it the active one.\n\n"
-               "The password or token is asked for on the terminal without echo, or read from standard input. It is never "
+               "The password or token is asked for on the terminal without echo, or read from standard input. It is "
+               "never "
                "taken from the command line.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
@@ -77,6 +82,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<Command> makeLoginCommand() { return std::make_unique<LoginCommand>(); }
+std::unique_ptr<Command> makeLoginCommand() {
+    return std::make_unique<LoginCommand>();
+}
 
 } // namespace ledgerfinch::cli

@@ -16,7 +16,8 @@ public:
     std::string_view name() const override { return "logout"; }
     std::string_view summary() const override { return "Forget the token of the active server."; }
     std::string_view description() const override {
-        return "Removes the active server's token from the secret store. The local documents stay and can be read; log in "
+        return "Removes the active server's token from the secret store. The local documents stay and can be read; log "
+               "in "
                "again to sync.";
     }
 
@@ -48,6 +49,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<Command> makeLogoutCommand() { return std::make_unique<LogoutCommand>(); }
+std::unique_ptr<Command> makeLogoutCommand() {
+    return std::make_unique<LogoutCommand>();
+}
 
 } // namespace ledgerfinch::cli

@@ -15,7 +15,9 @@ namespace ledgerfinch::cli {
 namespace {
 
 constexpr std::array<OptionDescription, 3> kOptions{{
-    {"since", "WHEN", "From this day (2024-03-01), this moment (2024-03-01T12:30:00Z), or so long ago (30m, 12h, 3d). One day ago unless said otherwise."},
+    {"since", "WHEN",
+     "From this day (2024-03-01), this moment (2024-03-01T12:30:00Z), or so long ago (30m, 12h, 3d). One day ago "
+     "unless said otherwise."},
     {"limit", "N", "At most the N newest lines.", 'n'},
     {"json", "", "An array of texts in place of lines."},
 }};
@@ -64,7 +66,8 @@ public:
         if (const auto given = arguments.value("since")) {
             const auto parsed = moment(*given, now);
             if (!parsed)
-                return complainOfUsage(console, "--since needs a day, a moment, or a time like 30m, 12h or 3d.", name());
+                return complainOfUsage(console, "--since needs a day, a moment, or a time like 30m, 12h or 3d.",
+                                       name());
             since = *parsed;
         }
         const auto lines = readStoredLog(program->logFolder(), since, limit);
@@ -82,6 +85,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<Command> makeLogsCommand() { return std::make_unique<LogsCommand>(); }
+std::unique_ptr<Command> makeLogsCommand() {
+    return std::make_unique<LogsCommand>();
+}
 
 } // namespace ledgerfinch::cli

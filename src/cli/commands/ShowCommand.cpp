@@ -19,7 +19,8 @@ public:
     explicit Page(Console& console) : m_console(console) {}
 
     void line(std::string_view label, std::string_view value) {
-        m_console.out << heading(padded(std::string(printable(label)) + ":", kLabelWidth)) << ' ' << printable(value) << '\n';
+        m_console.out << heading(padded(std::string(printable(label)) + ":", kLabelWidth)) << ' ' << printable(value)
+                      << '\n';
     }
     void section(std::string_view title) { m_console.out << '\n' << heading(std::string(title)) << '\n'; }
     void text(std::string_view text, std::string_view indent) {
@@ -42,7 +43,9 @@ private:
     Console& m_console;
 };
 
-std::string momentForPerson(const std::optional<Timestamp>& time) { return momentText(time).value_or(""); }
+std::string momentForPerson(const std::optional<Timestamp>& time) {
+    return momentText(time).value_or("");
+}
 
 template <class Members, class Name>
 std::string joined(const Members& members, Name name) {
@@ -115,8 +118,12 @@ void writeMembers(JsonWriter& json, std::string_view key, const Members& members
 }
 
 void writeRights(JsonWriter& json, const CD_Document& document) {
-    const auto userName = [](const CD_User& user) { return user.username(); };
-    const auto groupName = [](const CD_Group& group) { return group.name(); };
+    const auto userName = [](const CD_User& user) {
+        return user.username();
+    };
+    const auto groupName = [](const CD_Group& group) {
+        return group.name();
+    };
     json.key("permissions").beginObject();
     json.key("view").beginObject();
     writeMembers(json, "users", document.viewable_by_user(), "username", userName);
@@ -171,7 +178,8 @@ public:
     std::string_view name() const override { return "show"; }
     std::string_view summary() const override { return "Show everything about one document."; }
     std::string_view description() const override {
-        return "Shows a document of the local store: its fields, tags, rights, custom fields and notes. The network is not "
+        return "Shows a document of the local store: its fields, tags, rights, custom fields and notes. The network is "
+               "not "
                "touched.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
@@ -205,6 +213,8 @@ public:
 
 } // namespace
 
-std::unique_ptr<Command> makeShowCommand() { return std::make_unique<ShowCommand>(); }
+std::unique_ptr<Command> makeShowCommand() {
+    return std::make_unique<ShowCommand>();
+}
 
 } // namespace ledgerfinch::cli

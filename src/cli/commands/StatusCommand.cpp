@@ -119,8 +119,8 @@ void writeLines(Console& console, const Status& status) {
             lines.add(kCounts[index].label, std::to_string(status.store->counts[index]));
         lines.add("Unsent or refused", std::to_string(status.store->refused));
         lines.add("Unresolved", std::to_string(status.store->unresolved));
-        lines.add("Files here", std::to_string(status.downloads.files) + " (" +
-                                    text::formatByteCount(status.downloads.bytes) + ")");
+        lines.add("Files here",
+                  std::to_string(status.downloads.files) + " (" + text::formatByteCount(status.downloads.bytes) + ")");
     } else {
         lines.add("Store", "none yet");
     }
@@ -167,8 +167,10 @@ public:
     std::string_view name() const override { return "status"; }
     std::string_view summary() const override { return "Show the server, the local store and what is in it."; }
     std::string_view description() const override {
-        return "Shows the active server, when it was last synced, what the local store holds, how many records wait to be "
-               "mended by the next sync, how many files are here, and where tokens are kept. The network is not touched.";
+        return "Shows the active server, when it was last synced, what the local store holds, how many records wait to "
+               "be "
+               "mended by the next sync, how many files are here, and where tokens are kept. The network is not "
+               "touched.";
     }
     std::span<const OptionDescription> options() const override { return kOptions; }
 
@@ -176,14 +178,18 @@ public:
         auto* program = context.program();
         if (!program) return context.failure();
         const Status status = gather(*program);
-        if (arguments.has("json")) writeJson(context.console(), status);
-        else writeLines(context.console(), status);
+        if (arguments.has("json"))
+            writeJson(context.console(), status);
+        else
+            writeLines(context.console(), status);
         return ExitCode::Ok;
     }
 };
 
 } // namespace
 
-std::unique_ptr<Command> makeStatusCommand() { return std::make_unique<StatusCommand>(); }
+std::unique_ptr<Command> makeStatusCommand() {
+    return std::make_unique<StatusCommand>();
+}
 
 } // namespace ledgerfinch::cli

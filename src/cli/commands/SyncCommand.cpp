@@ -51,9 +51,12 @@ public:
 
 private:
     void take(const additionalLoadingInfo& info) {
-        if (const auto* success = std::get_if<additionalLoadingInfo::Success>(&info.value)) m_more = success->text;
-        else if (const auto* error = std::get_if<additionalLoadingInfo::Error>(&info.value)) addError(error->text);
-        else m_more.clear();
+        if (const auto* success = std::get_if<additionalLoadingInfo::Success>(&info.value))
+            m_more = success->text;
+        else if (const auto* error = std::get_if<additionalLoadingInfo::Error>(&info.value))
+            addError(error->text);
+        else
+            m_more.clear();
         show();
     }
     void addError(const std::string& text) {
@@ -61,8 +64,10 @@ private:
     }
     void show() {
         if (!m_line) return;
-        if (m_stopping) m_line->show("Stopping after the record in hand…");
-        else m_line->show(m_more.empty() ? m_stage : m_stage + ": " + m_more);
+        if (m_stopping)
+            m_line->show("Stopping after the record in hand…");
+        else
+            m_line->show(m_more.empty() ? m_stage : m_stage + ": " + m_more);
     }
 
     std::optional<ProgressLine> m_line;
@@ -116,9 +121,11 @@ public:
     std::string_view name() const override { return "sync"; }
     std::string_view summary() const override { return "Bring the local store up to the server's state."; }
     std::string_view description() const override {
-        return "Fetches what changed on the active server, then the files that the settings ask for. On a terminal one line "
+        return "Fetches what changed on the active server, then the files that the settings ask for. On a terminal one "
+               "line "
                "tells how far it is; elsewhere only errors are written.\n\n"
-               "Ctrl-C ends it after the record in hand; everything until then is kept. One process at a time syncs a store.";
+               "Ctrl-C ends it after the record in hand; everything until then is kept. One process at a time syncs a "
+               "store.";
     }
     std::span<const OptionDescription> options() const override { return kOptions; }
 
@@ -161,6 +168,8 @@ private:
 
 } // namespace
 
-std::unique_ptr<Command> makeSyncCommand() { return std::make_unique<SyncCommand>(); }
+std::unique_ptr<Command> makeSyncCommand() {
+    return std::make_unique<SyncCommand>();
+}
 
 } // namespace ledgerfinch::cli

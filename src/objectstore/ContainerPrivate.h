@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "objectstore/ChangeLog.h"
+#include "objectstore/ContextPrivate.h"
+#include "objectstore/Inbox.h"
+#include "objectstore/PersistentContainer.h"
+#include "objectstore/RowAllocator.h"
+#include "objectstore/StoreSql.h"
+
+#include <atomic>
+#include <mutex>
+#include <vector>
+
+namespace ledgerfinch {
+
+/// What a container and its contexts share. Each member says what guards it; the rest never changes after opening.
+struct PersistentContainer::Private {
+    Private(const Model& model, StoreDescription storeDescription, const Logger& logger)
+        : sql(model), description(std::move(storeDescription)), log(logger) {}
+
+    StoreSql sql;
+    StoreDescription description;
+    Logger log;
+    std::uint64_t identity = 0;
+    std::int64_t writer = 0; ///< random; marks the entries of this container in the change log
+    std::unique_ptr<ChangeLog> changeLog;
+    std::unique_ptr<RowAllocator> rows;
+    std::atomic<std::uint64_t> rowsWritten{0};
+
+    // Connections that wait for use.
+    std::mutex idleMutex;
+    std::vector<std::unique_ptr<sqlite::Database>> idle;
+    Result<std::unique_ptr<sqlite::Database>> takeConnection();
+    void giveBack(std::unique_ptr<sqlite::Database> connection);
+
+    // The connection for work of the container's own: reserving rows, looking around, batches.
+    std::mutex utilityMutex;
+    std::unique_ptr<sqlite::Database> utility;
+    sqlite::Database* utilityDatabase(Error& error); ///< with the mutex held
+
+    // Reading connections at work.
+    std::mutex readersMutex;
+    struct Reader {
+        sqlite::Database* database;
+        bool interrupted = false;
+    };
+    std::vector<Reader*> readers;
+
+    // Contexts.
+    std::mutex contextsMutex;
+    std::vector<std::weak_ptr<Inbox>> inboxes;
+    std::unique_ptr<ManagedObjectContext> viewContext;
+    void tellContexts(const ChangeSet& changes, const Inbox* except);
+
+    // Changes of other processes.
+    std::mutex remoteMutex;
+    /// Reads what others wrote into the log and tells the contexts. True when there was something.
+    bool pullRemote(sqlite::Database& database);
+    std::mutex callbacksMutex;
+    std::uint64_t nextCallback = 1;
+    std::vector<std::pair<std::uint64_t, std::shared_ptr<const std::function<void()>>>> remoteCallbacks;
+    void tellRemoteChange();
+
+    static Private& of(PersistentContainer& container) { return *container.m_d; }
+};
+
+} // namespace ledgerfinch

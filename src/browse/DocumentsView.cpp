@@ -2,6 +2,7 @@
 #include "browse/DocumentsView.h"
 
 #include "browse/StoreWatcher.h"
+#include "connection/InstanceSwitch.h"
 #include "connection/Instances.h"
 
 #include <utility>
@@ -131,7 +132,65 @@ void DocumentsView::watchStore() {
     });
 }
 
-SWITCHING
+// The server.
+
+void DocumentsView::switchToInstance(const QString& address) {
+    // The switch may end after the screen is gone.
+    InstanceSwitchSteps steps;
+    steps.clearList = [this, link = m_link] { link->run([this] { clearList(); }); };
+    steps.useHandler = [this, link = m_link](const std::shared_ptr<ApiHandler>& api) {
+        link->run([&] {
+            m_activeServer = m_services.defaults->string("server").value_or("");
+            watchStore();
+            setApiHandler(api);
+        });
+    };
+    steps.setLoggedIn = [this, link = m_link](bool in) { link->run([&] { setLoggedIn(in); }); };
+    steps.refreshAndSync = [this, link = m_link] {
+        link->run([this] {
+            reloadList();
+            queueSync();
+        });
+    };
+    steps.finished = [this, link = m_link](bool made) {
+        link->run([&] {
+            if (!made) reloadList(); // of the store that stays
+            emit instanceSwitched(made);
+        });
+    };
+    switchInstance(m_services, m_core, m_switchQueue, address.toStdString(), std::move(steps));
+}
+
+/// The setting changed. A switch of this screen's own has been followed already.
+void DocumentsView::serverChanged() {
+    const std::string server = m_services.defaults->string("server").value_or("");
+    if (addresses::same(server, std::exchange(m_activeServer, server))) return;
+    // In offline mode somebody is trying to log in; the store changes over when that is done.
+    if (m_services.defaults->boolean("offlineMode").value_or(false)) return;
+    if (!ConnectedInstances::load(*m_services.defaults).find(server)) return;
+    m_switchQueue.async([this, server] {
+        auto restored = ApiHandler::restore(m_services, m_core, server);
+        if (const auto* api = std::get_if<std::shared_ptr<ApiHandler>>(&restored))
+            onMain([this, server, api = *api] { followServer(server, api); });
+    });
+}
+
+void DocumentsView::followServer(const std::string& address, const std::shared_ptr<ApiHandler>& api) {
+    const auto instances = ConnectedInstances::load(*m_services.defaults);
+    const auto* entry = instances.find(address);
+    if (!entry || m_services.defaults->string("server").value_or("") != address) return; // changed once more
+    if (m_core.storeName() != entry->second.store) {
+        if (const auto moved = m_core.moveToStore(entry->second.store); !moved) {
+            m_log.error("The store could not be opened: %{public}s", moved.error().message);
+            return;
+        }
+    }
+    watchStore();
+    setApiHandler(api);
+    clearList();
+    reloadList();
+    queueSync();
+}
 
 // State.
 

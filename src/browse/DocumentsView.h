@@ -88,6 +88,8 @@ signals:
     void errorChanged();
     void listReloaded();
     void apiHandlerChanged();
+    /// A call of switchToInstance has ended; false: everything is as before.
+    void instanceSwitched(bool made);
     /// A pass has ended, in whatever way.
     void syncEnded(ledgerfinch::SyncOutcome outcome);
 

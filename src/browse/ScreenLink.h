@@ -21,6 +21,10 @@ public:
         const std::lock_guard lock(m_mutex);
         if (m_screen) QMetaObject::invokeMethod(m_screen, std::move(block), Qt::QueuedConnection);
     }
+    /// Runs the block at once, unless the screen is gone. On the screen's thread.
+    void run(const std::function<void()>& block) const {
+        if (m_screen) block();
+    }
     /// In the screen's destructor.
     void close() {
         const std::lock_guard lock(m_mutex);

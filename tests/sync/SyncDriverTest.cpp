@@ -158,7 +158,7 @@ INSTANTIATE_TEST_SUITE_P(
                       DocumentFault{"Gone", "page=3", Fault::dropConnection()},
                       DocumentFault{"Loop", "page=2", Fault::nextIsSelf()},
                       DocumentFault{"Elsewhere", "page=2", Fault::nextIs("http://127.0.0.2:1/api/documents/?page=3")}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& test) { return test.param.name; });
 
 TEST(SyncDriver, AnAnswerWithoutTheListOfIdsDeletesNothingThatTheServerHas) {
     SyncWorld world(120);

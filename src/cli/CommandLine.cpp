@@ -104,7 +104,7 @@ ExitCode CommandLine::run(std::span<const std::string> words) {
     }
     if (!command || arguments->has("help")) {
         m_console.out << (command ? helpText(*command) : helpText()) << std::flush;
-        return command || arguments->has("help") ? ExitCode::Ok : ExitCode::Usage;
+        return ExitCode::Ok;
     }
     if (arguments->value("data-dir") == "") return complainOfUsage(m_console, "--data-dir needs the name of a folder.");
     if (const auto checked = checkPositionals(*arguments, command->positionals(), commandName); !checked)

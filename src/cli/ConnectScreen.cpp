@@ -15,14 +15,16 @@ ExitCode exitCodeOfStatus(std::string_view status) {
 
 } // namespace
 
-void fillIn(ConnectForm& form, const LoginInput& input) {
+void fillIn(ConnectForm& form, const LoginInput& input, const UserDefaults& defaults) {
     form.setConnectionProtocol(QString::fromStdString(input.connectionProtocol));
     form.setServer(QString::fromStdString(input.server));
     form.setLoginWithToken(input.loginWithToken);
     form.setUser(QString::fromStdString(input.user));
     form.setPass(QString::fromStdString(input.password));
     form.setToken(QString::fromStdString(input.token));
-    form.customHeaders()->setConfiguredHeaders(input.customHeaders);
+    const auto kept = AllCustomHeaders::load(defaults);
+    const auto* keptHere = kept.find(input.address());
+    form.customHeaders()->setConfiguredHeaders(input.customHeaders.value_or(keptHere ? *keptHere : CustomHeaders()));
 }
 
 bool runForm(ConnectForm& form, const std::function<void()>& start) {

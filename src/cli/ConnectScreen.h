@@ -10,8 +10,8 @@
 
 namespace ledgerfinch::cli {
 
-/// Puts the input into a login screen's fields.
-void fillIn(ConnectForm& form, const LoginInput& input);
+/// Puts the input into a login screen's fields, and the headers that are kept for the server unless others were given.
+void fillIn(ConnectForm& form, const LoginInput& input, const UserDefaults& defaults);
 
 /// Starts the form's work and waits for its end. False when a signal ended it. Main thread.
 bool runForm(ConnectForm& form, const std::function<void()>& start);

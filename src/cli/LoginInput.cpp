@@ -25,7 +25,8 @@ constexpr std::array<OptionDescription, 5> kOptions{{
     {"token", "", "Log in with a token, which is asked for without echo."},
     {"token-stdin", "", "Read the token from the first line of standard input."},
     {"header-file", "FILE",
-     "Send the \"Name: value\" lines of FILE with every request to this server, as some reverse proxies want it."},
+     "Send the \"Name: value\" lines of FILE with every request to this server, as some reverse proxies want it. "
+     "Without this option those of the last login stay."},
 }};
 
 std::string_view authority(std::string_view url) {

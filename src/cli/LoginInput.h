@@ -18,7 +18,8 @@ struct LoginInput {
     std::string user;
     std::string password;
     std::string token;
-    CustomHeaders customHeaders;
+    /// Absent: those that are kept for the server stay.
+    std::optional<CustomHeaders> customHeaders;
 
     [[nodiscard]] std::string address() const { return connectionProtocol + server; }
 };

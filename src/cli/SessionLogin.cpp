@@ -3,6 +3,7 @@
 
 #include "cli/BlockingWork.h"
 #include "cli/DisplayText.h"
+#include "connection/Instances.h"
 
 namespace ledgerfinch::cli {
 
@@ -12,7 +13,8 @@ SessionLogin restoreSession(Console& console, CompositionRoot& program) {
         console.complain("Ledgerfinch runs in offline mode, without a server. Connect with: ledgerfinch-cli login URL");
         return {nullptr, ExitCode::Refused};
     }
-    if (defaults.string("server").value_or("").empty()) {
+    // A server without an entry has no store of its own, and no sync may write into that of offline mode.
+    if (!ConnectedInstances::load(defaults).find(defaults.string("server").value_or(""))) {
         console.complain("Not connected to a server yet. Connect with: ledgerfinch-cli login URL");
         return {nullptr, ExitCode::Refused};
     }

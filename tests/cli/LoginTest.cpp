@@ -99,6 +99,7 @@ TEST_F(LoginTest, SendsTheHeadersOfTheFileFromTheFirstRequestOn) {
                          "admin-pass\n");
     EXPECT_EQ(ran.code, ExitCode::Ok);
     EXPECT_TRUE(ran.err.starts_with("Warning: other users may read ")) << ran.err;
+    EXPECT_EQ(login(server).code, ExitCode::Ok); // without the option they stay
     EXPECT_EQ(run({"sync"}).code, ExitCode::Ok);
     for (const auto& logged : server.requests())
         EXPECT_EQ(logged.request.header("x-proxy-key"), "hunter2") << logged.request.target;

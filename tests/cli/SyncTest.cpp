@@ -3,9 +3,6 @@
 
 #include "sync/SyncLock.h"
 
-#include <csignal>
-#include <thread>
-
 namespace ledgerfinch::cli {
 namespace {
 
@@ -88,23 +85,6 @@ TEST_F(SyncTest, WaitsForTheFilesThatTheSettingsAskFor) {
     ASSERT_EQ(login(server).code, ExitCode::Ok);
     ASSERT_EQ(run({"sync"}).code, ExitCode::Ok);
     EXPECT_EQ(run({"status", "--json"}).json()["downloads"]["files"], 5);
-}
-
-TEST_F(SyncTest, EndsBetweenRecordsOnASignal) {
-    const auto rule = server.faults().onPath("page=2", Fault::stall(0));
-    std::thread interrupter([&] {
-        (void)server.waitForRequests(1, "GET /api/documents/?full_perms");
-        while (server.faults().fired(rule) == 0)
-            std::this_thread::yield();
-        ::raise(SIGINT);
-        server.faults().clear();
-    });
-    const auto ran = run({"sync"});
-    interrupter.join();
-    EXPECT_EQ(ran.code, ExitCode::Interrupted);
-    EXPECT_EQ(ran.err, "Stopped. What came until now is kept.\n");
-    EXPECT_EQ(run({"sync"}).code, ExitCode::Ok);
-    EXPECT_EQ(documentsHere(), 250u);
 }
 
 } // namespace

@@ -62,7 +62,7 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
     auto* program = context.program();
     if (!program) return context.failure();
     AddInstanceView view(program->services(), program->core());
-    fillIn(view, *input);
+    fillIn(view, *input, *program->services().defaults);
     if (!runForm(view, [&] { view.connectToServer(); })) return ExitCode::Interrupted;
     if (view.showSuccess()) {
         console.out << "Instance added! Make it the active one with: ledgerfinch-cli instances use "

@@ -66,7 +66,7 @@ public:
         auto& services = program->services();
         ActiveServerKept before(*services.defaults);
         LoginView view(services, program->core());
-        fillIn(view, *input);
+        fillIn(view, *input, *services.defaults);
         const bool interrupted = !runForm(view, [&] { view.login(); });
         if (view.loggedIn()) {
             console.out << "Logged in at " << printable(input->address()) << ".\n";

@@ -94,7 +94,8 @@ TEST_F(ConnectionSettings, ASyncThatEndsAfterTheInstanceIsGoneAddsNothing) {
 }
 
 TEST(Addresses, OnlyPlainHttpAddressesAreTaken) {
-    for (const auto* good : {"http://a", "https://docs.example:8443/paperless", "http://127.0.0.1:8000/", "http://[::1]:80"})
+    for (const auto* good :
+         {"http://a", "https://docs.example:8443/paperless", "http://127.0.0.1:8000/", "http://[::1]:80"})
         EXPECT_TRUE(addresses::isValid(good)) << good;
     for (const auto* bad : {"", "https://", "ftp://a", "a", "http://a b", "http://a\n", "http://a\x7f", "https:///x"})
         EXPECT_FALSE(addresses::isValid(bad)) << bad;
@@ -124,7 +125,8 @@ TEST(ServerDialect, LearnsTheNewestVersionAndBelievesNoNonsense) {
 
 TEST(TokenAnswer, TellsTokensErrorsAndOtherThingsApart) {
     EXPECT_EQ(readTokenAnswer(R"({"token":"abc"})").token, "abc");
-    for (const auto* body : {"", "<html>", "[]", R"("token")", R"({"token":5})", R"({"token":""})", R"({"token":"a\nb"})"})
+    for (const auto* body :
+         {"", "<html>", "[]", R"("token")", R"({"token":5})", R"({"token":""})", R"({"token":"a\nb"})"})
         EXPECT_FALSE(readTokenAnswer(body).token) << body;
     EXPECT_TRUE(readTokenAnswer(R"({"non_field_errors":["no"]})").namesNonFieldErrors);
     EXPECT_FALSE(readTokenAnswer(R"({"non_field_errors":[]})").namesNonFieldErrors);

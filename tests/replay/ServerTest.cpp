@@ -91,6 +91,50 @@ TEST_F(ServerTest, DeletedAttributesLeaveTheirDocuments) {
     EXPECT_THROW(m_server.remove("nothing", 1), std::invalid_argument);
 }
 
+TEST_F(ServerTest, ModifiedMovesForDocumentChangesAndNotForAttributeChanges) {
+    m_server.editDocument(1, {{"tags", {2}},
+                              {"correspondent", 5},
+                              {"document_type", 6},
+                              {"owner", 4},
+                              {"custom_fields", {{{"field", 1}, {"value", "x"}}}}});
+    httplib::Client client("127.0.0.1", m_server.port());
+    struct Step {
+        std::string method, path, body;
+        bool moves;
+    };
+    const std::vector<Step> steps{
+        {"PATCH", "/api/documents/1/", "{}", true},
+        {"POST", "/api/documents/1/notes/", R"({"note":"n"})", true},
+        {"POST", "/api/documents/bulk_edit/", R"({"documents":[1],"method":"add_tag","parameters":{"tag":3}})", true},
+        {"POST", "/api/documents/bulk_edit/",
+         R"({"documents":[1],"method":"set_permissions","parameters":{"owner":4,"merge":false}})", false},
+        {"POST", "/api/share_links/", R"({"document":1})", false},
+        {"PATCH", "/api/correspondents/5/", R"({"name":"anders"})", false},
+        {"DELETE", "/api/correspondents/5/", "", false},
+        {"DELETE", "/api/document_types/6/", "", false},
+        {"DELETE", "/api/tags/2/", "", false},
+        {"DELETE", "/api/custom_fields/1/", "", false},
+        {"DELETE", "/api/users/4/", "", false},
+        {"DELETE", "/api/documents/1/", "", true},
+        {"POST", "/api/trash/", R"({"documents":[1],"action":"restore"})", true},
+    };
+    auto modified = [&] {
+        return m_server.withState([](State& state) { return state.documents.at(1).modified; });
+    };
+    for (const auto& step : steps) {
+        auto before = modified();
+        httplib::Request request;
+        request.method = step.method;
+        request.path = step.path;
+        request.headers = headers();
+        request.headers.emplace("Content-Type", "application/json");
+        request.body = step.body;
+        auto answer = client.send(request);
+        ASSERT_TRUE(answer && answer->status < 300) << step.method << " " << step.path << " " << answer->body;
+        EXPECT_EQ(modified() != before, step.moves) << step.method << " " << step.path << " " << step.body;
+    }
+}
+
 TEST_F(ServerTest, UploadsBecomeDocumentsAsTheTaskIsWatched) {
     httplib::Client client("127.0.0.1", m_server.port());
     httplib::MultipartFormDataItems parts{{"title", "Hochgeladen", "", ""},

@@ -119,7 +119,6 @@ public:
     static std::filesystem::path dataFolder();
 
 private:
-    struct Answered;
     Json recordJson(std::string_view table, Id id) const;
     std::vector<Id> idsOf(std::string_view table) const;
 

@@ -1,0 +1,346 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "support/PaperlessServerRoutes.h"
+
+#include "support/PaperlessServerPermissions.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace ledgerfinch::support {
+
+namespace {
+
+/// From this length on, an answer depends on Accept-Encoding because it could be compressed.
+constexpr std::size_t compressedLength = 500;
+
+enum class Access {
+    Public,   ///< no login
+    LoggedIn, ///< any user
+    Model,    ///< the model's permission for the method
+    View,     ///< the model's view permission, whatever the method
+};
+
+std::vector<std::string> segmentsOf(std::string_view path) {
+    std::vector<std::string> segments;
+    while (!path.empty()) {
+        auto end = std::min(path.find('/'), path.size());
+        segments.emplace_back(path.substr(0, end));
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return segments;
+}
+
+std::string_view actionOf(std::string_view method) {
+    if (method == "POST") return "add_";
+    if (method == "PUT" || method == "PATCH") return "change_";
+    if (method == "DELETE") return "delete_";
+    return "view_";
+}
+
+/// Whether the Accept header takes JSON, and the version that it asks for.
+struct Negotiated {
+    bool acceptable = true;
+    int version = 0; ///< 0: refused
+    bool wantsHtml = false;
+};
+
+Negotiated negotiate(const Request& request, const Dialect& dialect) {
+    Negotiated result;
+    result.version = dialect.standard();
+    auto accept = std::string(request.header("accept"));
+    if (accept.empty()) return result;
+    result.acceptable = false;
+    std::string_view rest = accept;
+    while (!rest.empty()) {
+        auto end = std::min(rest.find(','), rest.size());
+        auto type = lowerAscii(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        type.erase(std::remove(type.begin(), type.end(), ' '), type.end());
+        auto media = type.substr(0, std::min(type.find(';'), type.size()));
+        if (media == "text/html") result.wantsHtml = !result.acceptable;
+        if (media != "*/*" && media != "application/*" && media != "application/json" && media != "text/html") continue;
+        result.acceptable = true;
+        auto at = type.find("version=");
+        if (at == std::string::npos || media == "*/*") continue;
+        auto number = type.substr(at + 8);
+        auto version = 0;
+        auto [stop, error] = std::from_chars(number.data(), number.data() + number.size(), version);
+        auto isGood = error == std::errc{} && version >= dialect.lowest && version <= dialect.highest;
+        result.version = isGood ? version : 0;
+        break;
+    }
+    return result;
+}
+
+struct Login {
+    const User* user = nullptr;
+    std::string_view error;
+    std::string_view challenge = "Token";
+};
+
+std::string decodeBase64(std::string_view text) {
+    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::string result;
+    unsigned bits = 0;
+    int count = 0;
+    for (auto letter : text) {
+        auto value = digits.find(letter);
+        if (value == std::string_view::npos) break;
+        bits = bits << 6 | unsigned(value);
+        count += 6;
+        if (count < 8) continue;
+        count -= 8;
+        result += char(bits >> count & 0xFF);
+    }
+    return result;
+}
+
+Login basicLogin(State& state, std::string_view credentials) {
+    auto text = decodeBase64(credentials);
+    auto colon = std::min(text.find(':'), text.size());
+    const auto* user = state.userByName(text.substr(0, colon));
+    auto isGood = user != nullptr && user->isActive && colon < text.size() && user->password == text.substr(colon + 1);
+    return isGood ? Login{user, {}} : Login{nullptr, "Invalid username/password.", "Basic realm=\"api\""};
+}
+
+Login loginOf(State& state, const Request& request) {
+    constexpr std::string_view missing = "Authentication credentials were not provided.";
+    auto header = request.header("authorization");
+    auto space = std::min(header.find(' '), header.size());
+    auto scheme = lowerAscii(header.substr(0, space));
+    auto rest = header.substr(std::min(space + 1, header.size()));
+    if (scheme == "basic") return basicLogin(state, rest);
+    if (scheme != "token") return {nullptr, missing};
+    if (rest.empty()) return {nullptr, "Invalid token header. No credentials provided."};
+    if (rest.find(' ') != std::string_view::npos)
+        return {nullptr, "Invalid token header. Token string should not contain spaces."};
+    const auto* user = state.userByToken(rest);
+    if (user == nullptr) return {nullptr, "Invalid token."};
+    if (!user->isActive) return {nullptr, "User inactive or deleted."};
+    return {user, {}};
+}
+
+std::string languageOf(const Request& request) {
+    return request.header("accept-language").starts_with("de") ? "de-de" : "en-us";
+}
+
+} // namespace
+
+struct Routes::Route {
+    std::vector<std::string> segments; ///< "*" stands for a variable one
+    std::string allow;
+    Access access = Access::Model;
+    std::string model;
+    std::vector<std::pair<std::string, Handler>> handlers;
+    bool isOutsideApi = false; ///< a plain page: no negotiation, no version headers
+};
+
+struct Routes::Match {
+    const Route* route = nullptr;
+    std::vector<std::string> arguments;
+    bool isAuthenticated = false;
+    bool endsInSlash = false;
+};
+
+Routes::Routes() {
+    addRecordRoutes();
+    addDocumentRoutes();
+    addOtherRoutes();
+}
+
+Routes::~Routes() = default;
+
+void Routes::addRecordRoutes() {
+    constexpr auto listMethods = "GET, POST, HEAD, OPTIONS";
+    constexpr auto itemMethods = "GET, PUT, PATCH, DELETE, HEAD, OPTIONS";
+    auto add = [&](std::string path, std::string model, Handler list, Handler create, Handler get, Handler update,
+                   Handler remove) {
+        m_routes.push_back(
+            {{"api", path}, listMethods, Access::Model, model, {{"GET", list}, {"POST", create}}, false});
+        m_routes.push_back({{"api", path, "*"},
+                            itemMethods,
+                            Access::Model,
+                            model,
+                            {{"GET", get}, {"PUT", update}, {"PATCH", update}, {"DELETE", remove}},
+                            false});
+    };
+    for (auto kind : allKinds) {
+        const auto& names = namesOf(kind);
+        add(std::string(names.path), std::string(names.codename),
+            [kind](Context& context) { return listAttributes(context, kind); },
+            [kind](Context& context) { return createAttribute(context, kind); },
+            [kind](Context& context) { return getAttribute(context, kind); },
+            [kind](Context& context) { return updateAttribute(context, kind); },
+            [kind](Context& context) { return deleteAttribute(context, kind); });
+    }
+    add("custom_fields", "customfield", listCustomFields, createCustomField, getCustomField, updateCustomField,
+        deleteCustomField);
+    add("saved_views", "savedview", listSavedViews, createSavedView, getSavedView, updateSavedView, deleteSavedView);
+    add("users", "user", listUsers, createUser, getUser, updateUser, deleteUser);
+    add("groups", "group", listGroups, createGroup, getGroup, updateGroup, deleteGroup);
+    m_routes.push_back({{"api", "share_links"},
+                        listMethods,
+                        Access::Model,
+                        "sharelink",
+                        {{"GET", listShareLinks}, {"POST", createShareLink}},
+                        false});
+    m_routes.push_back({{"api", "share_links", "*"},
+                        "GET, DELETE, HEAD, OPTIONS",
+                        Access::Model,
+                        "sharelink",
+                        {{"GET", getShareLink}, {"DELETE", deleteShareLink}},
+                        false});
+}
+
+void Routes::addDocumentRoutes() {
+    constexpr auto readOnly = "GET, HEAD, OPTIONS";
+    constexpr auto postOnly = "POST, OPTIONS";
+    auto list = [this](Context& context) { return listDocuments(context, m_documentLists); };
+    auto add = [&](std::vector<std::string> path, std::string allow, Access access,
+                   std::vector<std::pair<std::string, Handler>> handlers) {
+        path.insert(path.begin(), {"api", "documents"});
+        m_routes.push_back({std::move(path), std::move(allow), access, "document", std::move(handlers), false});
+    };
+    add({}, readOnly, Access::Model, {{"GET", list}});
+    add({"next_asn"}, readOnly, Access::Model, {{"GET", nextSerialNumber}});
+    add({"post_document"}, postOnly, Access::LoggedIn, {{"POST", uploadDocument}});
+    add({"bulk_edit"}, postOnly, Access::LoggedIn, {{"POST", bulkEdit}});
+    add({"selection_data"}, postOnly, Access::LoggedIn, {{"POST", selectionData}});
+    add({"*"}, "GET, PUT, PATCH, DELETE, HEAD, OPTIONS", Access::Model,
+        {{"GET", getDocument}, {"PUT", updateDocument}, {"PATCH", updateDocument}, {"DELETE", deleteDocument}});
+    add({"*", "notes"}, "GET, POST, DELETE, HEAD, OPTIONS", Access::View,
+        {{"GET", documentNotes}, {"POST", documentNotes}, {"DELETE", documentNotes}});
+    add({"*", "metadata"}, readOnly, Access::Model, {{"GET", documentMetadata}});
+    add({"*", "suggestions"}, readOnly, Access::Model, {{"GET", documentSuggestions}});
+    add({"*", "history"}, readOnly, Access::Model, {{"GET", documentHistory}});
+    add({"*", "share_links"}, readOnly, Access::Model, {{"GET", documentShareLinks}});
+    add({"*", "thumb"}, readOnly, Access::Model, {{"GET", documentThumbnail}});
+    add({"*", "preview"}, readOnly, Access::Model, {{"GET", documentPreview}});
+    add({"*", "download"}, readOnly, Access::Model, {{"GET", documentDownload}});
+    m_routes.push_back({{"share", "*"}, readOnly, Access::Public, "", {{"GET", openShareLink}}, true});
+}
+
+void Routes::addOtherRoutes() {
+    constexpr auto readOnly = "GET, HEAD, OPTIONS";
+    constexpr auto listMethods = "GET, POST, HEAD, OPTIONS";
+    constexpr auto postOnly = "POST, OPTIONS";
+    auto add = [&](std::vector<std::string> path, std::string allow, Access access, std::string model,
+                   std::vector<std::pair<std::string, Handler>> handlers) {
+        path.insert(path.begin(), "api");
+        m_routes.push_back({std::move(path), std::move(allow), access, std::move(model), std::move(handlers), false});
+    };
+    add({"token"}, postOnly, Access::Public, "", {{"POST", login}});
+    add({"tasks"}, readOnly, Access::Model, "paperlesstask", {{"GET", listTasks}});
+    add({"tasks", "acknowledge"}, postOnly, Access::LoggedIn, "", {{"POST", acknowledgeTasks}});
+    add({"tasks", "*"}, readOnly, Access::Model, "paperlesstask", {{"GET", getTask}});
+    add({"trash"}, listMethods, Access::LoggedIn, "", {{"GET", listTrash}, {"POST", changeTrash}});
+    add({"ui_settings"}, listMethods, Access::Model, "uisettings", {{"GET", getUiSettings}, {"POST", setUiSettings}});
+    add({"statistics"}, readOnly, Access::LoggedIn, "", {{"GET", getStatistics}});
+    add({"search"}, readOnly, Access::LoggedIn, "", {{"GET", globalSearch}});
+    add({"search", "autocomplete"}, readOnly, Access::LoggedIn, "", {{"GET", autocomplete}});
+    add({"bulk_edit_objects"}, postOnly, Access::LoggedIn, "", {{"POST", bulkEditObjects}});
+    add({"profile"}, "GET, PATCH, HEAD, OPTIONS", Access::LoggedIn, "", {{"GET", getProfile}});
+    add({"profile", "generate_auth_token"}, postOnly, Access::LoggedIn, "", {{"POST", renewToken}});
+    add({"config"}, listMethods, Access::Model, "applicationconfiguration", {{"GET", applicationConfig}});
+    add({"logs"}, readOnly, Access::LoggedIn, "", {{"GET", logNames}});
+    add({"workflows"}, listMethods, Access::Model, "workflow", {{"GET", emptyList}});
+    add({"mail_accounts"}, listMethods, Access::Model, "mailaccount", {{"GET", emptyList}});
+    add({"mail_rules"}, listMethods, Access::Model, "mailrule", {{"GET", emptyList}});
+    add({"processed_mail"}, readOnly, Access::Model, "processedmail", {{"GET", emptyList}});
+}
+
+Response Routes::respond(State& state, const Request& request, const Dialect& dialect, Match& match) {
+    const auto& route = *match.route;
+    Context context{state, request, nullptr, dialect.standard(), match.arguments, dialect.version};
+    auto method = request.method == "HEAD" ? std::string("GET") : request.method;
+    auto handler = std::find_if(route.handlers.begin(), route.handlers.end(),
+                                [&](const auto& entry) { return entry.first == method; });
+    if (route.isOutsideApi) return handler == route.handlers.end() ? csrfFailure() : handler->second(context);
+
+    auto negotiated = negotiate(request, dialect);
+    if (!negotiated.acceptable) return detail(406, "Could not satisfy the request Accept header.");
+    if (negotiated.version == 0) return detail(406, "Invalid version in \"Accept\" header.");
+    context.version = negotiated.version;
+    if (route.access != Access::Public) {
+        auto login = loginOf(state, request);
+        if (login.user == nullptr) {
+            auto response = detail(401, login.error);
+            response.headers.emplace_back("www-authenticate", login.challenge);
+            return response;
+        }
+        match.isAuthenticated = true;
+        context.user = login.user;
+        auto action = route.access == Access::View ? "view_" : actionOf(method);
+        auto needsModel = route.access == Access::Model || route.access == Access::View;
+        auto isKnownMethod = handler != route.handlers.end();
+        if (needsModel && isKnownMethod && !hasPermission(state, *login.user, std::string(action) + route.model))
+            return forbidden();
+    }
+    if (handler == route.handlers.end()) return detail(405, "Method \"" + request.method + "\" not allowed.");
+    auto response = handler->second(context);
+    if (route.access == Access::Public) response.variesByAccept = false;
+    return response;
+}
+
+Answer Routes::answer(State& state, const Request& request, const Dialect& dialect) {
+    Match match;
+    auto path = std::string_view(request.path);
+    match.endsInSlash = path.ends_with('/');
+    auto segments = segmentsOf(path.substr(std::min<std::size_t>(1, path.size())));
+    for (const auto& route : m_routes) {
+        if (!match.endsInSlash && !route.isOutsideApi) continue;
+        if (route.segments.size() != segments.size()) continue;
+        match.arguments.clear();
+        auto fits = true;
+        for (std::size_t index = 0; fits && index < segments.size(); ++index) {
+            if (route.segments[index] == "*") {
+                match.arguments.push_back(segments[index]);
+            } else {
+                fits = route.segments[index] == segments[index];
+            }
+        }
+        if (!fits) continue;
+        match.route = &route;
+        break;
+    }
+
+    Response response;
+    auto isReading = request.method == "GET" || request.method == "HEAD";
+    if (match.route != nullptr) {
+        response = respond(state, request, dialect, match);
+    } else if (request.path == "/api/") {
+        response = redirect("schema/view/");
+    } else if (isReading) {
+        response = redirect("/accounts/login/?next=" + escapePath(unescapeUrl(request.target, false), "/=&"));
+    } else {
+        response = csrfFailure();
+    }
+
+    Answer answer;
+    answer.status = response.status;
+    answer.isAuthenticated = match.isAuthenticated;
+    auto& headers = answer.headers;
+    headers.emplace_back("date", httpDateText(clockNow()));
+    headers.emplace_back("server", "uvicorn");
+    if (!response.contentType.empty()) headers.emplace_back("content-type", response.contentType);
+    headers.insert(headers.end(), response.headers.begin(), response.headers.end());
+    auto isApi = match.route != nullptr && !match.route->isOutsideApi;
+    std::string vary = isApi && response.variesByAccept ? "Accept, " : "";
+    vary += "Accept-Language, origin, Cookie";
+    if (response.body.size() >= compressedLength) vary += ", Accept-Encoding";
+    headers.emplace_back("vary", vary);
+    if (isApi && response.hasAllow) headers.emplace_back("allow", match.route->allow);
+    headers.emplace_back("x-frame-options", "SAMEORIGIN");
+    if (match.isAuthenticated) {
+        headers.emplace_back("x-api-version", std::to_string(dialect.highest));
+        headers.emplace_back("x-version", dialect.version);
+    }
+    headers.emplace_back("content-language", languageOf(request));
+    headers.emplace_back("x-content-type-options", "nosniff");
+    headers.emplace_back("referrer-policy", "same-origin");
+    headers.emplace_back("cross-origin-opener-policy", "same-origin");
+    answer.body = std::move(response.body);
+    return answer;
+}
+
+} // namespace ledgerfinch::support

@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+// Records as the JSON that an API version shows.
+#pragma once
+
+#include "support/PaperlessServerWire.h"
+
+namespace ledgerfinch::support {
+
+/// API versions from which a document's parts look different.
+inline constexpr int versionWithOptionIds = 7;
+inline constexpr int versionWithNoteAuthors = 8;
+inline constexpr int versionWithPlainDates = 9;
+
+struct DocumentShape {
+    const User* viewer = nullptr; ///< empty: nobody may change it, as in the global search
+    int version = 2;
+    bool fullPermissions = false;
+    bool truncated = false;
+    std::vector<std::string> fields; ///< empty: all
+    bool withoutNotes = false;       ///< the trash hides them
+};
+
+DocumentShape shapeOf(const Context& context);
+
+/// Appends the record; false when the real server fails on it, as on a note whose author is gone.
+bool appendDocument(std::string& to, const State& state, const Document& document, const DocumentShape& shape,
+                    std::string_view extra = {});
+
+/// "2024-03-01 ACME Corp. Title.pdf"
+std::string publicFileName(const State& state, const Document& document, std::string_view extension);
+
+/// The calendar day, correspondent and title.
+std::string documentLabel(const State& state, const Document& document);
+
+Json permissionsJson(const ObjectPermissions& permissions);
+
+struct AttributeShape {
+    const User* viewer = nullptr;
+    int version = 2;
+    bool fullPermissions = false;
+    std::optional<std::int64_t> documentCount; ///< left out of the answers to POST
+    bool withLastCorrespondence = false;
+};
+Json attributeJson(const State& state, Kind kind, const Attribute& attribute, const AttributeShape& shape,
+                   const DocumentCounts* counts = nullptr);
+
+Json customFieldJson(const CustomField& field, int version, std::optional<std::int64_t> documentCount);
+Json customFieldValueJson(const State& state, const CustomFieldValue& value, int version);
+Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions);
+Json shareLinkJson(const ShareLink& link);
+Json groupJson(const Group& group);
+Json userJson(const State& state, const User& user);
+Json taskJson(const Task& task);
+/// Empty when an author is gone and the version can't say so.
+std::optional<Json> notesJson(const State& state, const Document& document, int version);
+
+/// How many documents of each attribute this user sees.
+DocumentCounts countDocuments(const State& state, const User& viewer);
+
+Json orNull(const OptionalId& id);
+
+} // namespace ledgerfinch::support

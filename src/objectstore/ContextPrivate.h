@@ -107,7 +107,25 @@ struct ManagedObjectContext::Private {
     [[nodiscard]] bool isEffective(const ManagedObject& object) const;
     [[nodiscard]] bool hasEffectiveChanges() const;
     void forgetPending(ManagedObject& object);
-    void logFailure(std::string_view what, const Error& error) const;
+    /// Reading can't report its failures to whoever asks an object; they are logged. A change that was built on such a
+    /// reading may be incomplete: the next save then fails, once, with the reason.
+    void readFailed(std::string_view what, const Error& error);
+    std::uint64_t readFailures = 0;
+    Error lastReadFailure;
+    std::optional<Error> incompleteChange;
+    class Mutation {
+    public:
+        explicit Mutation(Private& ofEngine) : m_engine(ofEngine), m_failuresBefore(ofEngine.readFailures) {}
+        ~Mutation() {
+            if (m_engine.readFailures != m_failuresBefore) m_engine.incompleteChange = m_engine.lastReadFailure;
+        }
+        Mutation(const Mutation&) = delete;
+        Mutation& operator=(const Mutation&) = delete;
+
+    private:
+        Private& m_engine;
+        std::uint64_t m_failuresBefore;
+    };
 
     // Relations (ContextRelations.cpp).
     std::unordered_map<SetKey, SetDelta, SetKeyHash> deltas;

@@ -67,7 +67,7 @@ std::optional<std::vector<std::int64_t>> ContextEngine::queryMembers(std::size_t
     const RelationSql& relationSql = sql[entity].relations[relation];
     sqlite::Database* db = database();
     if (!db) {
-        logFailure("Reading a relation failed", databaseError);
+        readFailed("Reading a relation failed", databaseError);
         return std::nullopt;
     }
     {
@@ -79,7 +79,7 @@ std::optional<std::vector<std::int64_t>> ContextEngine::queryMembers(std::size_t
                 rows.push_back(statement->integer(0));
         }
         if (code != SQLITE_DONE) {
-            logFailure("Reading a relation failed", db->lastError(sql[entity].entity->name));
+            readFailed("Reading a relation failed", db->lastError(sql[entity].entity->name));
             return std::nullopt;
         }
     }
@@ -151,12 +151,19 @@ bool ContextEngine::isMember(ManagedObject& object, std::size_t relationIndex, s
     const RelationSql& relationSql = sql[id.entity].relations[relationIndex];
     if (relation.storage == RelationStorage::JoinTable) {
         sqlite::Database* db = database();
-        if (!db) return false;
+        if (!db) {
+            readFailed("Reading a relation failed", databaseError);
+            return false;
+        }
         sqlite::Use statement(db->statement(relationSql.hasPair.slot, relationSql.hasPair.text));
-        if (!statement) return false;
-        statement->bind(1, id.row);
-        statement->bind(2, member);
-        return statement->step() == SQLITE_ROW;
+        int code = SQLITE_ERROR;
+        if (statement) {
+            statement->bind(1, id.row);
+            statement->bind(2, member);
+            code = statement->step();
+        }
+        if (code != SQLITE_ROW && code != SQLITE_DONE) readFailed("Reading a relation failed", db->lastError(relation.table));
+        return code == SQLITE_ROW;
     }
     const auto other = materialize(relation.target, member);
     return toOneRow(*other, relation.inverse) == id.row;

@@ -168,6 +168,11 @@ private:
 } // namespace
 
 Result<void> ContextEngine::saveObjects(const std::vector<Ref<ManagedObject>>* only) {
+    if (incompleteChange) {
+        const Error reason = std::move(*incompleteChange);
+        incompleteChange.reset();
+        return reason;
+    }
     std::vector<Ref<ManagedObject>> objects;
     if (only) {
         objects = *only;

@@ -202,7 +202,9 @@ Ref<ManagedObject> ManagedObjectContext::existingObject(const ObjectID& id) {
 
 void ManagedObjectContext::remove(ManagedObject& object) {
     assert(object.context() == this && "an object is removed by its own context");
-    if (object.context() == this) entered(*m_d).removeObject(object);
+    if (object.context() != this) return;
+    const ContextEngine::Mutation mutation(entered(*m_d));
+    m_d->removeObject(object);
 }
 
 bool ManagedObjectContext::hasChanges() const {

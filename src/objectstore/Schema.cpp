@@ -296,6 +296,19 @@ Result<void> checkWritable(const std::filesystem::path& file, bool exists) {
     return {};
 }
 
+Result<Description> describeReadOnly(const std::filesystem::path& file, const StoreDescription& description,
+                                     const Model& model) {
+    auto reading = sqlite::Database::open(file, description.vfs, sqlite::OpenMode::ReadOnly, description.durability);
+    if (!reading) return reading.error();
+    return describe(**reading, model, file);
+}
+
+std::uintmax_t sizeOf(const std::filesystem::path& file) {
+    std::error_code failure;
+    const auto size = std::filesystem::file_size(file, failure);
+    return failure ? UINTMAX_MAX : size;
+}
+
 Result<void> readNumbers(StoreFile& store, const Model& model) {
     sqlite::Database& database = *store.connection;
     sqlite::Use statement(database.statement("SELECT name,number FROM lf_entity"));
@@ -322,12 +335,11 @@ Result<StoreFile> open(const Model& model, const StoreDescription& description, 
 
     if (*look == Look::Unclear) {
         // A database by its first bytes: ask it, without the right to write.
-        auto reading = sqlite::Database::open(file, description.vfs, sqlite::OpenMode::ReadOnly, description.durability);
-        if (!reading) return reading.error();
-        auto known = describe(**reading, model, file);
-        if (!known && known.error().code != static_cast<int>(StoreErrorCode::ReadOnly)) return known.error();
-        // ReadOnly: only a rollback journal of a creation that a crash ended asks for writing here.
-        if (!known && std::filesystem::file_size(file) > 4096) return known.error();
+        const auto known = describeReadOnly(file, description, model);
+        // ReadOnly: a rollback journal asks for writing. A creation that a crash ended leaves one, beside a single page.
+        const bool wasBeingMade = !known && known.error().code == static_cast<int>(StoreErrorCode::ReadOnly) &&
+                                  sizeOf(file) <= 4096;
+        if (!known && !wasBeingMade) return known.error();
     }
 
     auto connection = sqlite::Database::open(

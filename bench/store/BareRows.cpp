@@ -4,7 +4,6 @@
 #include "store/entities/Entities.h"
 #include "store/entities/Models.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <set>
@@ -110,10 +109,10 @@ std::size_t BareRows::rowsOfDocuments() const {
     return rows;
 }
 
-double BareRows::writeInto(const std::filesystem::path& emptyStore) const {
+Seconds BareRows::writeInto(const std::filesystem::path& emptyStore) const {
     sqlite3* database = open(emptyStore);
     for (const char* setting : {"PRAGMA cache_size=-32768", "PRAGMA temp_store=MEMORY", "PRAGMA synchronous=NORMAL",
-                                "PRAGMA foreign_keys=ON"})
+                                "PRAGMA foreign_keys=ON", "PRAGMA wal_autocheckpoint=20000"})
         check(sqlite3_exec(database, setting, nullptr, nullptr, nullptr), database);
     std::vector<sqlite3_stmt*> inserts;
     for (std::size_t index = 0; index < m_tables.size(); ++index) {
@@ -137,17 +136,17 @@ double BareRows::writeInto(const std::filesystem::path& emptyStore) const {
         stepAndReset(commit, database);
     };
     write(m_others);
-    const auto start = std::chrono::steady_clock::now();
+    const Stopwatch watch;
     for (const auto& batch : m_documents)
         write(batch);
-    const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+    const Seconds taken = watch.elapsed();
 
     for (auto* statement : inserts)
         sqlite3_finalize(statement);
     sqlite3_finalize(begin);
     sqlite3_finalize(commit);
     sqlite3_close(database);
-    return taken.count();
+    return taken;
 }
 
 } // namespace ledgerfinch::bench

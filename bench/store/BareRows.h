@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "Stopwatch.h"
+
 #include <filesystem>
 #include <memory>
 #include <sqlite3.h>
@@ -20,7 +22,7 @@ public:
 
     /// Writes all rows into an empty store of the same schema: one transaction for what documents refer to, then one
     /// for each document. Seconds that the documents took.
-    double writeInto(const std::filesystem::path& emptyStore) const;
+    Seconds writeInto(const std::filesystem::path& emptyStore) const;
     [[nodiscard]] std::size_t documents() const { return m_documents.size(); }
     [[nodiscard]] std::size_t rowsOfDocuments() const;
 

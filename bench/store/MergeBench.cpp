@@ -8,7 +8,6 @@
 #include "store/CoreDataHandler.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -127,10 +126,10 @@ double residentMegabytes() {
     return resident * static_cast<double>(::sysconf(_SC_PAGESIZE)) / (1 << 20);
 }
 
-double secondsOf(const std::function<void()>& work) {
-    const auto start = std::chrono::steady_clock::now();
+Seconds secondsOf(const std::function<void()>& work) {
+    const Stopwatch watch;
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return watch.elapsed();
 }
 
 void mergeAll(CoreDataHandler& store, const std::vector<Document>& records) {
@@ -142,33 +141,36 @@ void run(std::int64_t count, int rounds) {
     const auto half = records.begin() + static_cast<std::ptrdiff_t>(records.size() / 2);
     const std::vector<Document> firstHalf(records.begin(), half);
     const std::vector<Document> secondHalf(half, records.end());
-    double merged = 1e9;
-    double bare = 1e9;
-    double again = 1e9;
+    Seconds merged{1e9, 1e9};
+    Seconds bare{1e9, 1e9};
+    Seconds again{1e9, 1e9};
     double growth = 0;
     std::size_t rows = 0;
     for (int round = 0; round < rounds; ++round) {
         Device device;
         mergeAttributes(*device.store);
-        const double first = secondsOf([&] { mergeAll(*device.store, firstHalf); });
+        const Seconds first = secondsOf([&] { mergeAll(*device.store, firstHalf); });
         const double early = residentMegabytes();
-        merged = std::min(merged, first + secondsOf([&] { mergeAll(*device.store, secondHalf); }));
+        merged = merged.best(first + secondsOf([&] { mergeAll(*device.store, secondHalf); }));
         growth = std::max(growth, residentMegabytes() - early);
-        again = std::min(again, secondsOf([&] { mergeAll(*device.store, records); }));
+        again = again.best(secondsOf([&] { mergeAll(*device.store, records); }));
         const BareRows copy(device.close());
         rows = copy.rowsOfDocuments();
         Device target;
-        bare = std::min(bare, copy.writeInto(target.close()));
+        bare = bare.best(copy.writeInto(target.close()));
     }
-    const auto per = [count](double seconds) {
-        return seconds / static_cast<double>(count) * 1e6;
+    const auto line = [count](const char* name, const Seconds& seconds) {
+        const double documents = static_cast<double>(count);
+        std::printf("%-10s %8.1f us a document, %8.1f us of the processor\n", name, seconds.wall / documents * 1e6,
+                    seconds.processor / documents * 1e6);
     };
     std::printf("documents %lld, rows %zu\n", static_cast<long long>(count), rows);
-    std::printf("merge      %8.1f us a document, %6.0f a second\n", per(merged), 1e6 / per(merged));
-    std::printf("bare rows  %8.1f us a document, %6.0f a second\n", per(bare), 1e6 / per(bare));
-    std::printf("unchanged  %8.1f us a document\n", per(again));
-    std::printf("ratio      %8.2f\nmemory     %8.1f MB more after the second half than after the first\n",
-                merged / bare, growth);
+    line("merge", merged);
+    line("bare rows", bare);
+    line("unchanged", again);
+    std::printf("%-10s %8.2f by the wall, %.2f by the processor\n", "ratio", merged.wall / bare.wall,
+                merged.processor / bare.processor);
+    std::printf("%-10s %8.1f MB more after the second half than after the first\n", "memory", growth);
 }
 
 } // namespace

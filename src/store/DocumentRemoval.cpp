@@ -39,6 +39,31 @@ std::vector<Uuid> removePiece(ManagedObjectContext& context, std::span<const std
     return uuids;
 }
 
+bool removeAndSave(ManagedObjectContext& context, ManagedObject& object, const Logger& log) {
+    context.remove(object);
+    const auto saved = context.save();
+    if (saved) return true;
+    context.rollback();
+    log.error("Failed to delete object %@", saved.error().message);
+    return false;
+}
+
+/// The deletion and nothing else: what is being edited in the same context is neither saved nor undone by it. Beside
+/// such an edit the deletion takes a context of its own, from which it reaches this one as any other save does.
+bool removeAlone(ManagedObjectContext& context, ManagedObject& object, const Logger& log) {
+    if (!context.hasChanges()) return removeAndSave(context, object, log);
+    if (object.isInserted()) {
+        context.remove(object);
+        return true;
+    }
+    const auto apart = context.container().newBackgroundContext();
+    bool removed = false;
+    apart->performAndWait([&] {
+        if (const auto same = apart->existingObject(object.objectID())) removed = removeAndSave(*apart, *same, log);
+    });
+    return removed;
+}
+
 } // namespace
 
 MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds, ContextRef context) {
@@ -81,13 +106,7 @@ bool CoreDataHandler::deleteObject(const ObjectID& id, ContextRef context) {
         const auto object = context->existingObject(id);
         if (!object) return;
         if (const auto document = std::dynamic_pointer_cast<CD_Document>(object)) uuid = document->uuid();
-        context->remove(*object);
-        const auto saved = context->save();
-        if (!saved) {
-            context->rollback();
-            m_log.error("Failed to delete object %@", saved.error().message);
-        }
-        deleted = saved.ok();
+        deleted = removeAlone(*context, *object, m_log);
     });
     if (deleted && uuid) m_files.removeFiles(*uuid);
     return deleted;

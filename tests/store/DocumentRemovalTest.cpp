@@ -89,6 +89,26 @@ TEST_F(DocumentRemoval, FilesStayWhenTheDeletionFails) {
     EXPECT_FALSE(store().documentFiles().existingPreview(uuid));
 }
 
+TEST_F(DocumentRemoval, NeitherSavesNorUndoesAnEditThatIsUnderWay) {
+    merge(1);
+    merge(2);
+    const auto edited = store().getDocument(2);
+    edited->setTitle("not sent yet");
+    execute("CREATE TRIGGER refuse BEFORE DELETE ON CD_Document BEGIN SELECT RAISE(ABORT, 'full'); END");
+    EXPECT_FALSE(store().deleteDocument(store().getDocument(1)));
+    execute("DROP TRIGGER refuse");
+    EXPECT_EQ(edited->title(), "not sent yet");
+    EXPECT_THAT(store().getDocument(1), NotNull());
+    EXPECT_EQ(store().getDocument(1)->notes().size(), 1U);
+
+    EXPECT_TRUE(store().deleteDocument(store().getDocument(1)));
+    EXPECT_TRUE(edited->hasChanged("title"));
+    view()->rollback();
+    EXPECT_EQ(edited->title(), "t");
+    EXPECT_EQ(count<CD_Document>(), 1U);
+    EXPECT_EQ(count<CD_Note>(), 1U);
+}
+
 TEST_F(DocumentRemoval, PassesOverADocumentWithoutUuid) {
     const auto bare = view()->insert<CD_Document>();
     bare->setId(1);

@@ -72,15 +72,12 @@ void append(ChangeSet& to, const ChangeSet& more) {
     to.deleted.insert(to.deleted.end(), more.deleted.begin(), more.deleted.end());
 }
 
-void Inbox::push(const ChangeSet& changes) {
-    bool wasEmpty = false;
-    {
-        const std::lock_guard guard(m_mutex);
-        wasEmpty = m_waiting.empty();
-        append(m_waiting, changes);
-        m_filled.store(true, std::memory_order_release);
-    }
-    if (wasEmpty && m_wake) m_wake();
+bool Inbox::push(const ChangeSet& changes) {
+    const std::lock_guard guard(m_mutex);
+    const bool wasEmpty = m_waiting.empty();
+    append(m_waiting, changes);
+    m_filled.store(true, std::memory_order_release);
+    return wasEmpty;
 }
 
 ChangeSet Inbox::take() {

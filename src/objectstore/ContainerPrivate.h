@@ -23,7 +23,6 @@ struct PersistentContainer::Private {
     StoreDescription description;
     Logger log;
     std::uint64_t identity = 0;
-    std::int64_t writer = 0; ///< random; marks the entries of this container in the change log
     std::unique_ptr<ChangeLog> changeLog;
     std::unique_ptr<RowAllocator> rows;
     std::atomic<std::uint64_t> rowsWritten{0};
@@ -50,19 +49,27 @@ struct PersistentContainer::Private {
     // Contexts.
     std::mutex contextsMutex;
     std::vector<std::weak_ptr<Inbox>> inboxes;
-    std::unique_ptr<ManagedObjectContext> viewContext;
+    std::mutex viewContextMutex;
+    std::shared_ptr<ManagedObjectContext> viewContext;
+    /// Fills the inboxes; the ones returned are to be woken, with no lock held.
+    [[nodiscard]] std::vector<std::shared_ptr<Inbox>> fillInboxes(const ChangeSet& changes, const Inbox* except);
     void tellContexts(const ChangeSet& changes, const Inbox* except);
 
     // Changes of other processes.
     std::mutex remoteMutex;
-    /// Reads what others wrote into the log and tells the contexts. True when there was something.
+    std::int64_t lastChange = 0; ///< the last entry of the change log that was looked at
+    /// Reads what others wrote into the log and tells the contexts. False when the store failed.
     bool pullRemote(sqlite::Database& database);
-    std::mutex callbacksMutex;
-    std::uint64_t nextCallback = 1;
-    std::vector<std::pair<std::uint64_t, std::shared_ptr<const std::function<void()>>>> remoteCallbacks;
+    std::mutex seenMutex;
+    sqlite::Database::Fingerprint seenCommit; ///< of processRemoteChanges
+    bool hasSeenCommit = false;
+    struct RemoteCallbacks {
+        std::mutex mutex;
+        std::uint64_t next = 1;
+        std::vector<std::pair<std::uint64_t, std::shared_ptr<const std::function<void()>>>> list;
+    };
+    std::shared_ptr<RemoteCallbacks> remoteCallbacks = std::make_shared<RemoteCallbacks>();
     void tellRemoteChange();
-
-    static Private& of(PersistentContainer& container) { return *container.m_d; }
 };
 
 } // namespace ledgerfinch

@@ -17,12 +17,12 @@ void ObjectStoreAccess::attach(ManagedObject& object, const ObjectID& id, const 
 }
 
 ObjectID ContextEngine::idOf(std::size_t entity, std::int64_t row) const {
-    return {PersistentContainer::Private::of(container).identity, static_cast<std::uint32_t>(entity), row};
+    return {sharedBy(container).identity, static_cast<std::uint32_t>(entity), row};
 }
 
 sqlite::Database* ContextEngine::database() {
     if (connection) return connection.get();
-    auto taken = PersistentContainer::Private::of(container).takeConnection();
+    auto taken = sharedBy(container).takeConnection();
     if (!taken) {
         databaseError = taken.error();
         return nullptr;
@@ -32,7 +32,7 @@ sqlite::Database* ContextEngine::database() {
 }
 
 void ContextEngine::logFailure(std::string_view what, const Error& error) const {
-    PersistentContainer::Private::of(container).log.error("%{public}s: %{public}s", what, error.message);
+    sharedBy(container).log.error("%{public}s: %{public}s", what, error.message);
 }
 
 Ref<ManagedObject> ContextEngine::alive(std::size_t entity, std::int64_t row) const {
@@ -57,7 +57,7 @@ Ref<ManagedObject> ContextEngine::materialize(std::size_t entityIndex, std::int6
 }
 
 Ref<ManagedObject> ContextEngine::insertObject(const Entity& entity) {
-    const std::int64_t row = PersistentContainer::Private::of(container).rows->next(entity.index);
+    const std::int64_t row = sharedBy(container).rows->next(entity.index);
     Ref<ManagedObject> object = materialize(entity.index, row);
     ObjectState& state = stateOf(*object);
     const EntitySql& entitySql = sql[entity.index];

@@ -9,6 +9,7 @@
 #include "platform/DispatchQueue.h"
 
 #include <atomic>
+#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -49,7 +50,7 @@ struct ChangeCallbacks {
 /// derived: its stored members come from SQL, and `deltas` holds what is pending on top, at both ends of every pending
 /// change and whether or not an object is loaded there. So neither end has to be loaded for the two to agree.
 struct ManagedObjectContext::Private {
-    Private(PersistentContainer& owner, ContextQueue queueKind);
+    Private(PersistentContainer& ofContainer, ContextQueue queueKind);
     ~Private();
 
     // Identity and threads.
@@ -127,8 +128,12 @@ struct ManagedObjectContext::Private {
     [[nodiscard]] bool relationChanged(const ManagedObject& object, std::size_t relation) const;
 
     // Fetching (ContextFetch.cpp, ContextAffected.cpp, ContextLookup.cpp).
-    Result<std::vector<ObjectID>> fetchRows(const FetchRequest& request, const Entity& entity, bool loadValues,
-                                            std::vector<Ref<ManagedObject>>* objects);
+    /// Rows in order. A short list that came from the store whole leaves its objects, with values, in `objects`.
+    Result<std::vector<std::int64_t>> fetchRows(const FetchRequest& request, const Entity& entity,
+                                                std::vector<Ref<ManagedObject>>* objects);
+    Result<std::vector<std::int64_t>> selectRows(const FetchRequest& request, const Entity& entity,
+                                                 std::vector<Ref<ManagedObject>>* objects);
+    [[nodiscard]] std::set<std::int64_t> pendingRows(std::size_t entity) const;
     Result<std::size_t> countRows(const FetchRequest& request, const Entity& entity);
     Result<std::optional<std::int64_t>> maximum(const Entity& entity, std::size_t attribute);
     /// Rows of the entity whose place in a fetch may differ from what the store says, because of pending changes.
@@ -152,11 +157,16 @@ struct ManagedObjectContext::Private {
     void markGone(ManagedObject& object);
     void notify(const ChangeSet& changes);
     bool merging = false;
+    ChangeSet deferred; ///< arrived in the middle of a block, merged before the next
 
     // Saving (ContextSave.cpp).
     bool saving = false;
+    std::map<std::pair<std::size_t, std::uint64_t>, SlotSql> updates; ///< by entity and set of columns
+    sqlite::Statement* updateStatement(sqlite::Database& database, const EntitySql& entitySql,
+                                       const std::vector<std::size_t>& columns);
     Result<void> saveObjects(const std::vector<Ref<ManagedObject>>* only);
     std::vector<Ref<ManagedObject>> closureOf(ManagedObject& object);
+    std::vector<ObjectID> objectIDsInStore(ManagedObject& object, std::size_t relation);
 };
 
 } // namespace ledgerfinch

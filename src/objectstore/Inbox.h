@@ -17,10 +17,14 @@ void append(ChangeSet& to, const ChangeSet& more);
 /// Where the changes of others wait for a context. Shared by the context and its container; any thread.
 class Inbox {
 public:
-    /// `wake` is called when something comes into the empty box (for a context on the main thread).
-    explicit Inbox(std::function<void()> wake) : m_wake(std::move(wake)) {}
+    /// `wake` tells a context on the main thread that something waits.
+    explicit Inbox(std::function<void()> wakeContext) : m_wake(std::move(wakeContext)) {}
 
-    void push(const ChangeSet& changes);
+    /// True when the box was empty: whoever pushed then wakes the context, once it holds no lock.
+    bool push(const ChangeSet& changes);
+    void wake() const {
+        if (m_wake) m_wake();
+    }
     /// Everything that waits, as one change set.
     ChangeSet take();
     [[nodiscard]] bool isEmpty() const { return !m_filled.load(std::memory_order_acquire); }

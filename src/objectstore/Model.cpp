@@ -113,7 +113,7 @@ Model::Model(std::string name, int version, std::vector<EntityDescription> entit
         entity.index = m_entities.size();
         entity.attributes = std::move(description.attributes);
         for (auto& relation : description.relations)
-            entity.relations.push_back(Relation{.description = std::move(relation)});
+            entity.relations.emplace_back().description = std::move(relation);
         entity.make = description.make ? std::move(description.make) : [] { return std::make_shared<ManagedObject>(); };
         m_entities.push_back(std::move(entity));
     }

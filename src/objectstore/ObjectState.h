@@ -3,6 +3,7 @@
 
 #include "objectstore/ManagedObject.h"
 #include "objectstore/ManagedObjectContext.h"
+#include "objectstore/PersistentContainer.h"
 
 #include <cstdint>
 #include <utility>
@@ -56,9 +57,11 @@ class ObjectStoreAccess {
 public:
     using State = ManagedObject::State;
     using Engine = ManagedObjectContext::Private;
+    using Shared = PersistentContainer::Private;
 
     static State& state(const ManagedObject& object) { return *object.m_state; }
     static Engine& engine(const ManagedObjectContext& context) { return *context.m_d; }
+    static Shared& shared(PersistentContainer& container) { return *container.m_d; }
     static void attach(ManagedObject& object, const ObjectID& id, const Entity& entity, ManagedObjectContext* context);
     static void detach(ManagedObject& object) { object.m_context = nullptr; }
     static void willSave(ManagedObject& object) { object.willSave(); }
@@ -68,7 +71,9 @@ public:
 
 using ObjectState = ObjectStoreAccess::State;
 using ContextEngine = ObjectStoreAccess::Engine;
+using SharedStore = ObjectStoreAccess::Shared;
 
+inline SharedStore& sharedBy(PersistentContainer& container) { return ObjectStoreAccess::shared(container); }
 inline ObjectState& stateOf(const ManagedObject& object) { return ObjectStoreAccess::state(object); }
 
 } // namespace ledgerfinch

@@ -136,13 +136,14 @@ private:
     }
 
     NodePointer parseComparison() {
-        auto left = parseExpression();
-        if (!left) return nullptr;
+        auto node = std::make_shared<Node>();
+        Comparison& comparison = node->content.emplace<Comparison>();
+        if (!parseExpression(comparison.left)) return nullptr;
         const auto op = parseOperator();
         if (!op) return fail("an operator is missing");
-        auto right = parseExpression();
-        if (!right) return nullptr;
-        return makeNode(Comparison{std::move(*left), *op, std::move(*right)});
+        comparison.op = *op;
+        if (!parseExpression(comparison.right)) return nullptr;
+        return node;
     }
 
     std::optional<Operator> parseOperator() {
@@ -156,32 +157,36 @@ private:
         return std::nullopt;
     }
 
-    std::optional<Expression> parseExpression() {
+    static bool setLiteral(Expression& out, Value value) {
+        out.emplace<Literal>().value = std::move(value);
+        return true;
+    }
+
+    bool parseExpression(Expression& out) {
         skipSpace();
         if (m_position >= m_text.size()) return failExpression("it ends too early");
         const char c = m_text[m_position];
         if (c == '\'' || c == '"') {
             auto text = parseText();
-            if (!text) return std::nullopt;
-            return Literal{std::move(*text)};
+            return text && setLiteral(out, std::move(*text));
         }
-        if (c == '%') return parseArgument();
-        if (isDigit(c) || c == '-' || c == '+') return parseNumberOrDate();
-        if (takeWord("NIL") || takeWord("NULL")) return Literal{};
-        if (takeWord("TRUE") || takeWord("YES")) return Literal{true};
-        if (takeWord("FALSE") || takeWord("NO")) return Literal{false};
+        if (c == '%') return parseArgument(out);
+        if (isDigit(c) || c == '-' || c == '+') return parseNumberOrDate(out);
+        if (takeWord("NIL") || takeWord("NULL")) return setLiteral(out, {});
+        if (takeWord("TRUE") || takeWord("YES")) return setLiteral(out, true);
+        if (takeWord("FALSE") || takeWord("NO")) return setLiteral(out, false);
         if (isNameStart(c)) {
             const std::size_t start = m_position;
-            if (takeWord("CAST") && takeSymbol("(")) return parseCast();
+            if (takeWord("CAST") && takeSymbol("(")) return parseCast(out);
             m_position = start;
-            return parseKeyPath();
+            return parseKeyPath(out.emplace<KeyPath>());
         }
         return failExpression("a value is missing");
     }
 
-    std::nullopt_t failExpression(std::string why) {
+    bool failExpression(std::string why) {
         fail(std::move(why));
-        return std::nullopt;
+        return false;
     }
 
     /// Quoted by ' or "; a backslash takes the next character as it stands, \n, \t and \r are controls.
@@ -202,32 +207,32 @@ private:
         return std::nullopt;
     }
 
-    std::optional<Expression> parseArgument() {
+    bool parseArgument(Expression& out) {
         ++m_position;
         constexpr std::string_view kForms[] = {"lld", "ld", "d", "i", "u", "lf", "f", "@"};
         for (const std::string_view form : kForms) {
             if (m_text.substr(m_position, form.size()) != form) continue;
             if (m_nextArgument >= m_arguments.size()) return failExpression("an argument is missing");
             m_position += form.size();
-            return argumentLiteral(std::move(m_arguments[m_nextArgument++]));
+            return argumentLiteral(out, std::move(m_arguments[m_nextArgument++]));
         }
         return failExpression("the place for an argument isn't known");
     }
 
     /// Identifiers and bytes become texts, so that every tree can be written down.
-    std::optional<Expression> argumentLiteral(Value value) {
+    bool argumentLiteral(Expression& out, Value value) {
         if (const auto* real = std::get_if<double>(&value); real && !std::isfinite(*real))
             return failExpression("an argument is no finite number");
-        if (const auto* uuid = std::get_if<Uuid>(&value)) return Literal{uuid->text()};
-        if (auto* blob = std::get_if<Blob>(&value)) return Literal{std::move(blob->bytes)};
-        return Literal{std::move(value)};
+        if (const auto* uuid = std::get_if<Uuid>(&value)) return setLiteral(out, uuid->text());
+        if (auto* blob = std::get_if<Blob>(&value)) return setLiteral(out, std::move(blob->bytes));
+        return setLiteral(out, std::move(value));
     }
 
-    std::optional<Expression> parseNumberOrDate() {
-        if (auto date = parseBareDate()) return Literal{*date};
+    bool parseNumberOrDate(Expression& out) {
+        if (const auto date = parseBareDate()) return setLiteral(out, *date);
         auto number = parseNumber();
         if (!number) return failExpression("a number isn't understood");
-        return Literal{std::move(*number)};
+        return setLiteral(out, std::move(*number));
     }
 
     /// 2024-03-01 or 2024-03-01T12:30:00Z without quotes.
@@ -278,7 +283,7 @@ private:
     }
 
     /// After "CAST(": seconds since the reference date.
-    std::optional<Expression> parseCast() {
+    bool parseCast(Expression& out) {
         skipSpace();
         if (m_position >= m_text.size()) return failExpression("it ends too early");
         auto number = parseNumber();
@@ -292,11 +297,10 @@ private:
                                    ? std::get<double>(*number)
                                    : static_cast<double>(std::get<std::int64_t>(*number));
         if (!(seconds > -1e11 && seconds < 1e11)) return failExpression("a date is out of range");
-        return Literal{dates::fromSecondsSinceReferenceDate(seconds)};
+        return setLiteral(out, dates::fromSecondsSinceReferenceDate(seconds));
     }
 
-    std::optional<Expression> parseKeyPath() {
-        KeyPath path;
+    bool parseKeyPath(KeyPath& path) {
         do {
             if (m_position >= m_text.size() || !isNameStart(m_text[m_position]))
                 return failExpression("a name is missing");
@@ -305,7 +309,7 @@ private:
                 ++m_position;
             path.names.emplace_back(m_text.substr(start, m_position - start));
         } while (m_position < m_text.size() && m_text[m_position] == '.' && ++m_position);
-        return path;
+        return true;
     }
 
     std::string_view m_text;

@@ -109,14 +109,14 @@ std::string columnDefinition(const AttributeDescription& attribute) {
     switch (attribute.type) {
     case AttributeType::Int64:
     case AttributeType::Boolean:
-        return quoted(attribute.name) + " INTEGER NOT NULL DEFAULT 0";
+        return sqlName(attribute.name) + " INTEGER NOT NULL DEFAULT 0";
     case AttributeType::String:
-        return quoted(attribute.name) + " TEXT";
+        return sqlName(attribute.name) + " TEXT";
     case AttributeType::Date:
-        return quoted(attribute.name) + " INTEGER";
+        return sqlName(attribute.name) + " INTEGER";
     case AttributeType::Binary:
     case AttributeType::Uuid:
-        return quoted(attribute.name) + " BLOB";
+        return sqlName(attribute.name) + " BLOB";
     }
     return {};
 }
@@ -125,7 +125,7 @@ std::string columnDefinition(const AttributeDescription& attribute) {
 std::string columnDefinition(const Model& model, const Relation& relation) {
     const Entity& target = model.entities()[relation.target];
     const bool cascades = target.relations[relation.inverse].description.deleteRule == DeleteRule::Cascade;
-    return quoted(relation.ownColumn) + " INTEGER REFERENCES " + quoted(target.table) + "(pk) ON DELETE " +
+    return sqlName(relation.ownColumn) + " INTEGER REFERENCES " + sqlName(target.table) + "(pk) ON DELETE " +
            (cascades ? "CASCADE" : "SET NULL") + " DEFERRABLE INITIALLY DEFERRED";
 }
 
@@ -171,7 +171,7 @@ private:
 
         auto present = columnsOf(m_database, entity.table);
         if (!present) return present.error();
-        const std::string name = quoted(entity.table);
+        const std::string name = sqlName(entity.table);
         if (present->empty()) {
             std::string sql = "CREATE TABLE " + name + "(pk INTEGER PRIMARY KEY,version INTEGER NOT NULL";
             for (const auto& [column, definition] : columns)
@@ -193,39 +193,39 @@ private:
     }
 
     Result<void> index(const Entity& entity, const std::string& column) {
-        return execute("CREATE INDEX IF NOT EXISTS " + quoted("lf_index_" + entity.table + "_" + column) + " ON " +
-                       quoted(entity.table) + "(" + quoted(column) + ")");
+        return execute("CREATE INDEX IF NOT EXISTS " + sqlName("lf_index_" + entity.table + "_" + column) + " ON " +
+                       sqlName(entity.table) + "(" + sqlName(column) + ")");
     }
 
     Result<void> joinsAndTriggers(const Entity& entity) {
         for (const Relation& relation : entity.relations) {
             const Entity& target = m_model.entities()[relation.target];
             if (relation.storage == RelationStorage::JoinTable && relation.ownColumn == "source") {
-                const std::string join = quoted(relation.table);
+                const std::string join = sqlName(relation.table);
                 const auto side = [](const char* column, const Entity& other) {
-                    return std::string(column) + " INTEGER NOT NULL REFERENCES " + quoted(other.table) +
+                    return std::string(column) + " INTEGER NOT NULL REFERENCES " + sqlName(other.table) +
                            "(pk) ON DELETE CASCADE DEFERRABLE INITIALLY DEFERRED";
                 };
                 if (auto done = execute("CREATE TABLE IF NOT EXISTS " + join + "(" + side("source", entity) + "," +
                                         side("target", target) + ",PRIMARY KEY(source,target)) WITHOUT ROWID;" +
-                                        "CREATE INDEX IF NOT EXISTS " + quoted(relation.table + "_reverse") + " ON " +
+                                        "CREATE INDEX IF NOT EXISTS " + sqlName(relation.table + "_reverse") + " ON " +
                                         join + "(target,source)");
                     !done)
                     return done;
             }
             // A foreign key deletes what points to the row; what the row itself points to takes a trigger.
             if (relation.description.deleteRule != DeleteRule::Cascade) continue;
-            const std::string trigger = quoted("lf_cascade_" + entity.table + "_" + relation.description.name);
+            const std::string trigger = sqlName("lf_cascade_" + entity.table + "_" + relation.description.name);
             std::string body;
             if (relation.storage == RelationStorage::Column)
-                body = "DELETE FROM " + quoted(target.table) + " WHERE pk=OLD." + quoted(relation.ownColumn);
+                body = "DELETE FROM " + sqlName(target.table) + " WHERE pk=OLD." + sqlName(relation.ownColumn);
             else if (relation.storage == RelationStorage::JoinTable)
-                body = "DELETE FROM " + quoted(target.table) + " WHERE pk IN (SELECT " + relation.targetColumn +
-                       " FROM " + quoted(relation.table) + " WHERE " + relation.ownColumn + "=OLD.pk)";
+                body = "DELETE FROM " + sqlName(target.table) + " WHERE pk IN (SELECT " + relation.targetColumn +
+                       " FROM " + sqlName(relation.table) + " WHERE " + relation.ownColumn + "=OLD.pk)";
             else
                 continue;
             if (auto done = execute("CREATE TRIGGER IF NOT EXISTS " + trigger + " BEFORE DELETE ON " +
-                                    quoted(entity.table) + " BEGIN " + body + "; END");
+                                    sqlName(entity.table) + " BEGIN " + body + "; END");
                 !done)
                 return done;
         }

@@ -4,6 +4,8 @@
 #include "objectstore/PredicateEvaluator.h"
 #include "objectstore/Values.h"
 
+#include <algorithm>
+
 namespace ledgerfinch {
 namespace {
 
@@ -100,7 +102,7 @@ private:
             if (op != Operator::Equal && op != Operator::NotEqual) return "0";
             if (!path) return op == Operator::Equal ? "1" : "0";
             const std::string present = through(*path, 0, "t0", [&](const std::string& alias) {
-                return alias + "." + quoted(path->last->attributes[*path->attribute].name) + " IS NOT NULL";
+                return alias + "." + sqlName(path->last->attributes[*path->attribute].name) + " IS NOT NULL";
             });
             return op == Operator::NotEqual ? present : "(NOT ((" + present + ") IS TRUE))";
         }
@@ -110,7 +112,7 @@ private:
         if (!comparable) return "0";
         return through(*path, 0, "t0", [&](const std::string& alias) {
             m_values.push_back(*comparable);
-            return alias + "." + quoted(attribute.name) + std::string(symbolOf(op)) + "?";
+            return alias + "." + sqlName(attribute.name) + std::string(symbolOf(op)) + "?";
         });
     }
 
@@ -122,13 +124,13 @@ private:
         const Relation& relation = path.hops[hop].entity->relations[path.hops[hop].relation];
         const bool endsHere = !path.attribute && hop + 1 == path.hops.size();
         if (relation.storage == RelationStorage::Column && endsHere)
-            return alias + "." + quoted(relation.ownColumn) + " IS NOT NULL";
+            return alias + "." + sqlName(relation.ownColumn) + " IS NOT NULL";
         const std::string next = "t" + std::to_string(++m_aliases);
-        const std::string table = quoted(m_model.entities()[relation.target].table) + " " + next;
+        const std::string table = sqlName(m_model.entities()[relation.target].table) + " " + next;
         if (relation.storage == RelationStorage::Column)
-            return alias + "." + quoted(relation.ownColumn) + " IN (SELECT " + next + ".pk FROM " + table + " WHERE " +
+            return alias + "." + sqlName(relation.ownColumn) + " IN (SELECT " + next + ".pk FROM " + table + " WHERE " +
                    through(path, hop + 1, next, leaf) + ")";
-        const std::string back = next + "." + quoted(relation.targetColumn);
+        const std::string back = next + "." + sqlName(relation.targetColumn);
         return alias + ".pk IN (SELECT " + back + " FROM " + table + " WHERE " + back + " IS NOT NULL AND " +
                through(path, hop + 1, next, leaf) + ")";
     }
@@ -157,15 +159,15 @@ public:
 
 private:
     std::string scalarFrom(const ResolvedPath& path, std::size_t hop, const std::string& alias) {
-        if (hop == path.hops.size()) return alias + "." + quoted(path.last->attributes[*path.attribute].name);
+        if (hop == path.hops.size()) return alias + "." + sqlName(path.last->attributes[*path.attribute].name);
         const Relation& relation = path.hops[hop].entity->relations[path.hops[hop].relation];
         const std::string next = "t" + std::to_string(++m_aliases);
         const std::string inner = scalarFrom(path, hop + 1, next);
-        const std::string from = "(SELECT " + inner + " FROM " + quoted(m_model.entities()[relation.target].table) +
+        const std::string from = "(SELECT " + inner + " FROM " + sqlName(m_model.entities()[relation.target].table) +
                                  " " + next + " WHERE " + next + ".";
         if (relation.storage == RelationStorage::Column)
-            return from + "pk=" + alias + "." + quoted(relation.ownColumn) + ")";
-        return from + quoted(relation.targetColumn) + "=" + alias + ".pk ORDER BY " + next + ".pk LIMIT 1)";
+            return from + "pk=" + alias + "." + sqlName(relation.ownColumn) + ")";
+        return from + sqlName(relation.targetColumn) + "=" + alias + ".pk ORDER BY " + next + ".pk LIMIT 1)";
     }
 
     const Model& m_model;
@@ -224,7 +226,7 @@ CompiledSql compileFetch(const StoreSql& sql, const Entity& entity, const FetchR
         result.text = "SELECT count(*)";
         break;
     }
-    result.text += " FROM " + quoted(entity.table) + " t0";
+    result.text += " FROM " + sqlName(entity.table) + " t0";
     if (request.predicate) {
         CompiledSql condition = compilePredicate(sql.model(), entity, request.predicate->root());
         result.text += " WHERE " + condition.text;
@@ -246,7 +248,9 @@ CompiledSql compileFetch(const StoreSql& sql, const Entity& entity, const FetchR
     result.text += "t0.pk";
     if (request.limit || request.offset) {
         constexpr std::size_t kEverything = std::size_t{1} << 62;
-        const auto number = [](std::size_t size) { return static_cast<std::int64_t>(std::min(size, kEverything)); };
+        const auto number = [most = kEverything](std::size_t size) {
+            return static_cast<std::int64_t>(std::min(size, most));
+        };
         result.text += " LIMIT ? OFFSET ?";
         result.values.emplace_back(number(request.limit.value_or(kEverything)));
         result.values.emplace_back(number(request.offset));

@@ -3,7 +3,7 @@
 
 namespace ledgerfinch {
 
-std::string quoted(std::string_view name) {
+std::string sqlName(std::string_view name) {
     std::string result = "\"";
     result.append(name);
     result += '"';
@@ -17,9 +17,9 @@ const std::string& EntitySql::columnName(std::size_t column) const {
 }
 
 std::string EntitySql::update(const std::vector<std::size_t>& columns) const {
-    std::string text = "UPDATE " + quoted(entity->table) + " SET ";
+    std::string text = "UPDATE " + sqlName(entity->table) + " SET ";
     for (const std::size_t column : columns)
-        text += quoted(columnName(column)) + "=?,";
+        text += sqlName(columnName(column)) + "=?,";
     return text + "version=version+1 WHERE pk=? AND version=?";
 }
 
@@ -36,12 +36,12 @@ StoreSql::StoreSql(const Model& model) : m_model(model) {
         if (const auto id = entity.attribute("id"); id && entity.attributes[*id].type == AttributeType::Int64)
             sql.idAttribute = static_cast<std::ptrdiff_t>(*id);
 
-        const std::string table = quoted(entity.table);
+        const std::string table = sqlName(entity.table);
         std::string columns = "t0.version";
         std::string names = "pk,version";
         std::string marks = "?,1";
         for (std::size_t column = 0; column < sql.columnCount(); ++column) {
-            const std::string name = quoted(sql.columnName(column));
+            const std::string name = sqlName(sql.columnName(column));
             columns += ",t0." + name;
             names += "," + name;
             marks += ",?";
@@ -56,14 +56,14 @@ StoreSql::StoreSql(const Model& model) : m_model(model) {
 
         for (const Relation& relation : entity.relations) {
             RelationSql made;
-            const std::string own = quoted(relation.ownColumn);
-            const std::string other = quoted(relation.targetColumn);
+            const std::string own = sqlName(relation.ownColumn);
+            const std::string other = sqlName(relation.targetColumn);
             if (relation.storage == RelationStorage::InverseColumn) {
-                const std::string target = quoted(model.entities()[relation.target].table);
+                const std::string target = sqlName(model.entities()[relation.target].table);
                 made.members = slot("SELECT pk FROM " + target + " WHERE " + other + "=? ORDER BY pk");
                 made.count = slot("SELECT count(*) FROM " + target + " WHERE " + other + "=?");
             } else if (relation.storage == RelationStorage::JoinTable) {
-                const std::string join = quoted(relation.table);
+                const std::string join = sqlName(relation.table);
                 const std::string pair = " WHERE " + own + "=? AND " + other + "=?";
                 made.members = slot("SELECT " + other + " FROM " + join + " WHERE " + own + "=? ORDER BY " + other);
                 made.count = slot("SELECT count(*) FROM " + join + " WHERE " + own + "=?");

@@ -65,6 +65,6 @@ private:
 };
 
 /// A name as SQL takes it. Names of a model are safe by construction.
-std::string quoted(std::string_view name);
+std::string sqlName(std::string_view name);
 
 } // namespace ledgerfinch

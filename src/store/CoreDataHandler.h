@@ -48,17 +48,17 @@ struct MergeOutcome {
 struct LocalDocument {
     std::filesystem::path source;
     bool removeSource = false;
-    std::optional<std::string> title; ///< the file's name without extension when absent
-    bool example = false;             ///< keeps the id 0
+    std::optional<std::string> title = std::nullopt; ///< the file's name without extension when absent
+    bool example = false;                            ///< keeps the id 0
 };
 
 /// What reading a local file found out; ids of local attributes.
 struct LocalAnalysis {
-    std::optional<std::string> text;
-    std::optional<std::int64_t> documentType;
-    std::optional<std::int64_t> correspondent;
-    std::vector<std::int64_t> tags;
-    std::optional<Timestamp> created;
+    std::optional<std::string> text = std::nullopt;
+    std::optional<std::int64_t> documentType = std::nullopt;
+    std::optional<std::int64_t> correspondent = std::nullopt;
+    std::vector<std::int64_t> tags = {};
+    std::optional<Timestamp> created = std::nullopt;
 };
 using LocalAnalyser = std::function<LocalAnalysis(const std::filesystem::path& file)>;
 

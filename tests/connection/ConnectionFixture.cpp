@@ -50,6 +50,8 @@ void ConnectionTest::mirror(ApiHandler& api) {
 }
 
 LoggedRequest ConnectionTest::onlyRequest(std::string_view start) {
+    // A request is noted once its answer is out, so it may still be on its way into the log.
+    EXPECT_TRUE(server.waitForRequests(1, start)) << start;
     const auto requests = server.requests(start);
     EXPECT_EQ(requests.size(), 1U) << start;
     return requests.empty() ? LoggedRequest{} : requests.front();
@@ -69,7 +71,8 @@ std::string ConnectionTest::everythingWritten() const {
 
 std::vector<std::string> keysOf(const std::string& body) {
     std::vector<std::string> keys;
-    for (const auto& [key, value] : Json::parse(body).items())
+    const auto object = Json::parse(body);
+    for (const auto& [key, value] : object.items())
         keys.push_back(key);
     return keys;
 }

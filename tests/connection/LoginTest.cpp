@@ -42,7 +42,7 @@ TEST_F(Login, WithAPasswordKeepsTheTokenAndLearnsTheUser) {
     // The id that was fetched reaches the next handler.
     EXPECT_EQ(handler->currentUserID(), 0);
     EXPECT_EQ(ApiHandler::withToken(services, *core, given, handler->Token())->currentUserID(), 4);
-    EXPECT_EQ(server.requestCount("GET /api/ui_settings/"), 1U);
+    (void)onlyRequest("GET /api/ui_settings/");
 }
 
 TEST_F(Login, TellsEveryFailureByItsText) {

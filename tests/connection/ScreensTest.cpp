@@ -127,7 +127,7 @@ TEST_F(LoginScreen, FailuresLeaveEverythingAsItWas) {
     EXPECT_FALSE(view->loggedIn());
     EXPECT_TRUE(core->isOfflineStore());
     EXPECT_FALSE(services.defaults->string(ConnectedInstances::kKey));
-    EXPECT_EQ(server.requestCount(), 1U);
+    (void)onlyRequest("POST ");
 }
 
 TEST_F(LoginScreen, ATokenIsTriedThenKept) {
@@ -256,7 +256,8 @@ protected:
 TEST_F(InstanceScreens, ADisconnectedServerLeavesNothingBehind) {
     activate(other.url());
     mirror(*ApiHandler::withToken(services, *core, other.url(), other.token()));
-    const auto uuid = *core->getDocument(1, core->backgroundContext())->uuid();
+    Uuid uuid;
+    inStore([&](ManagedObjectContext& context) { uuid = *context.firstWithID<CD_Document>(1)->uuid(); });
     ASSERT_TRUE(core->documentFiles().storeFile(DocumentFiles::kDocuments, uuid, "a.pdf", "paper").ok());
     ASSERT_TRUE(storeCustomHeaders(*services.defaults, other.url(), {}).ok());
     activate(server.url());

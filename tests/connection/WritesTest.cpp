@@ -22,6 +22,9 @@ Json without(std::optional<Json> record, const std::vector<std::string>& keys) {
     return rest;
 }
 
+/// What the server changes by itself along with a document's title: the files are named after it.
+const std::vector<std::string> kFollowing{"title", "modified", "archived_file_name"};
+
 class Writes : public ConnectionTest {
 protected:
     void mirrorAs(const std::string& user) {
@@ -58,6 +61,13 @@ protected:
     [[nodiscard]] std::vector<RepairItem> repairs() {
         return RepairList(*core).entries(RepairList::kRefused, core->backgroundContext());
     }
+    /// Files are named after correspondents and types too.
+    std::vector<Json> documentsBesideFileNames() {
+        auto documents = server.documents();
+        for (auto& document : documents)
+            document.erase("archived_file_name");
+        return documents;
+    }
     Json bodyOf(std::string_view request) { return Json::parse(onlyRequest(request).request.body); }
 
     std::shared_ptr<ApiHandler> handler;
@@ -71,11 +81,11 @@ TEST_P(FirstLaw, EditingATitleChangesNothingElseOnTheServer) {
     std::size_t accepted = 0;
     std::size_t refused = 0;
     for (const auto id : localIds<CD_Document>()) {
-        const auto before = without(server.document(id), {"title", "modified"});
+        const auto before = without(server.document(id), kFollowing);
         const int answered = editDocument(
             id, [](CD_Document& document) { document.setTitle(document.title().value_or("") + " (edited)"); });
         const auto after = server.document(id);
-        ASSERT_EQ(without(after, {"title", "modified"}), before) << id << " answered " << answered;
+        ASSERT_EQ(without(after, kFollowing), before) << id << " answered " << answered;
         const bool renamed = after->at("title").get<std::string>().ends_with(" (edited)");
         ASSERT_EQ(renamed, answered == 200) << id << " " << answered;
         ++(answered == 200 ? accepted : refused);
@@ -95,7 +105,7 @@ TEST_F(Writes, EditingANameChangesNothingElseOfAnyAttribute) {
     mirrorAs("admin");
     const auto check = [this]<class T>(const std::string& table, int (*update)(ApiHandler&, const std::shared_ptr<T>&),
                                        const std::vector<std::string>& keys) {
-        const auto documents = server.documents();
+        const auto documents = documentsBesideFileNames();
         const auto ids = localIds<T>();
         EXPECT_GT(ids.size(), 1U) << table;
         for (const auto id : ids) {
@@ -109,7 +119,7 @@ TEST_F(Writes, EditingANameChangesNothingElseOfAnyAttribute) {
             const auto request = onlyRequest("PATCH /api/" + table + "/" + std::to_string(id) + "/").request;
             EXPECT_EQ(keysOf(request.body), keys) << table;
         }
-        EXPECT_EQ(server.documents(), documents) << table;
+        EXPECT_TRUE(documentsBesideFileNames() == documents) << table << " changed documents";
     };
     const std::vector<std::string> attribute{"name",           "match", "matching_algorithm",
                                              "is_insensitive", "owner", "set_permissions"};
@@ -153,7 +163,7 @@ protected:
     }
     void add(const Json& fields) {
         Json record{{"title", "Paper"}, {"owner", 3}};
-        record.update(fields);
+        record.update(fields.is_null() ? Json::object() : fields);
         id = server.addDocument(record);
         mirrorAs("admin");
     }
@@ -306,7 +316,8 @@ protected:
         return {{"field", fields.at(name)}, {"value", content}};
     }
     [[nodiscard]] Json stored(const std::string& name) {
-        for (const auto& each : server.document(id)->at("custom_fields"))
+        const auto record = *server.document(id);
+        for (const auto& each : record.at("custom_fields"))
             if (each["field"] == fields.at(name)) return each["value"];
         return "absent";
     }

@@ -57,9 +57,9 @@ PendingResponse ApiHandler::start(HttpRequest request) const {
     return m_services.http->start(std::move(request));
 }
 
-HttpResponse ApiHandler::finish(PendingResponse pending) {
+HttpResponse ApiHandler::finish(PendingResponse pending, Cancellation* cancellation) {
     assert(!mainQueue::isCurrent());
-    auto response = pending.wait();
+    auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : pending.wait();
     m_dialect.hear(response);
     return response;
 }

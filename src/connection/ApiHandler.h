@@ -38,7 +38,7 @@ public:
 
     /// Trusts the token. Sets "server" to the text as given and "offlineMode" to false.
     static std::shared_ptr<ApiHandler> withToken(Services& services, CoreDataHandler& core, std::string_view server,
-                                                 std::string_view token);
+                                                 std::string_view token, Cancellation* cancellation = nullptr);
 
     struct NoToken {};
     struct SecretsUnavailable {
@@ -83,8 +83,10 @@ public:
     static void setJsonBody(HttpRequest& request, std::string body);
     [[nodiscard]] PendingResponse start(HttpRequest request) const;
     /// Waits for the answer.
-    [[nodiscard]] HttpResponse finish(PendingResponse pending);
-    [[nodiscard]] HttpResponse send(HttpRequest request) { return finish(start(std::move(request))); }
+    [[nodiscard]] HttpResponse finish(PendingResponse pending, Cancellation* cancellation = nullptr);
+    [[nodiscard]] HttpResponse send(HttpRequest request, Cancellation* cancellation = nullptr) {
+        return finish(start(std::move(request)), cancellation);
+    }
 
     /// What the decoders need. Holds for as long as the handler.
     [[nodiscard]] DecodeContext decodeContext() const;
@@ -101,7 +103,7 @@ public:
 private:
     ApiHandler(Services& services, CoreDataHandler& core, std::string_view server);
     void obtainToken(std::string_view user, std::string_view password, Cancellation* cancellation);
-    void readCurrentUser();
+    void readCurrentUser(Cancellation* cancellation);
 
     Services& m_services;
     CoreDataHandler& m_core;

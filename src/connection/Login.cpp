@@ -38,18 +38,18 @@ std::shared_ptr<ApiHandler> ApiHandler::login(Services& services, CoreDataHandle
     handler->m_log.info("Connecting to %{public}s", handler->m_server);
     handler->m_log.info("Obtaining token...");
     handler->obtainToken(user, password, cancellation);
-    handler->readCurrentUser();
+    handler->readCurrentUser(cancellation);
     return handler;
 }
 
 std::shared_ptr<ApiHandler> ApiHandler::withToken(Services& services, CoreDataHandler& core, std::string_view server,
-                                                  std::string_view token) {
+                                                  std::string_view token, Cancellation* cancellation) {
     auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
     handler->m_token = token;
     handler->m_error = "Success";
     (void)services.defaults->set("server", server);
     (void)services.defaults->set("offlineMode", false);
-    handler->readCurrentUser();
+    handler->readCurrentUser(cancellation);
     return handler;
 }
 
@@ -65,7 +65,7 @@ ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& co
     const auto response = handler->send(checkRequest(services, handler->m_server, reading.data));
     if (response.status == 401) return Refused{};
     (void)services.defaults->set("offlineMode", false);
-    handler->readCurrentUser();
+    handler->readCurrentUser(nullptr);
     return handler;
 }
 
@@ -97,8 +97,7 @@ void ApiHandler::obtainToken(std::string_view user, std::string_view password, C
     for (const auto& [name, value] : request.headers)
         m_log.debug("HEADERS: %{public}s: %s", name, value);
 
-    auto pending = start(std::move(request));
-    const auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : finish(std::move(pending));
+    const auto response = send(std::move(request), cancellation);
     if (response.error && response.body.empty()) {
         m_log.error("URLSession returned error: %{public}s\nTried connecting to: %s/api/token/",
                     response.error->description, m_server);
@@ -124,12 +123,12 @@ void ApiHandler::obtainToken(std::string_view user, std::string_view password, C
         storeServerVersion(response);
 }
 
-void ApiHandler::readCurrentUser() {
+void ApiHandler::readCurrentUser(Cancellation* cancellation) {
     if (m_server.empty()) return;
     const auto stored = m_services.defaults->integer(m_server + "currentUserId");
     m_currentUserID = stored.value_or(0);
     // What the fetch stores reaches the handlers made after this one.
-    if (m_currentUserID == 0 && !Token().empty()) (void)fetchUserSettings(*this);
+    if (m_currentUserID == 0 && !Token().empty()) (void)fetchUserSettings(*this, cancellation);
 }
 
 } // namespace ledgerfinch

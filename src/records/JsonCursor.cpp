@@ -91,17 +91,15 @@ bool Cursor::fail(simdjson::error_code code, const char* expected) {
 }
 
 bool Cursor::failedIn(std::string_view name) {
-    std::string& path = m_failure.path;
-    if (!path.empty() && path.front() != '[') path.insert(0, 1, '.');
-    path.insert(0, name);
+    std::string path(name);
+    if (!m_failure.path.empty() && m_failure.path.front() != '[') path.append(1, '.');
+    path.append(m_failure.path);
+    m_failure.path = std::move(path);
     return false;
 }
 
 bool Cursor::failedAt(std::size_t index) {
-    std::string& path = m_failure.path;
-    if (!path.empty() && path.front() != '[') path.insert(0, 1, '.');
-    path.insert(0, "[" + std::to_string(index) + "]");
-    return false;
+    return failedIn(std::string(1, '[').append(std::to_string(index)).append(1, ']'));
 }
 
 bool Cursor::unescapeText(simdjson::ondemand::raw_json_string start, std::string_view& text) {

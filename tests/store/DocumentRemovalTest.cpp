@@ -110,7 +110,7 @@ TEST_F(DocumentRemoval, LookUpsFindByEveryKey) {
     EXPECT_EQ(store().getLatestDocument()->id(), 9);
     EXPECT_EQ(store().getDocumentByAsn(103)->id(), 3);
     EXPECT_THAT(store().getDocumentByAsn(0), IsNull()) << "0 is no number";
-    EXPECT_EQ(store().getDocumentByUuid(uuidOf(9), background())->id(), 9);
+    EXPECT_EQ(store().getDocumentByUuid(uuidOf(9))->id(), 9);
     EXPECT_THAT(store().getDocumentByUuid(Uuid::random()), IsNull());
 }
 

@@ -171,7 +171,7 @@ TEST_F(StoreLifecycle, TheViewSeesWhatASyncMergesAndItsEditsWin) {
     seen->setName("edited here");
     store().saveTag(tags(R"([{"id":1,"name":"again"}])").front(), background());
     ASSERT_TRUE(store().saveViewContext());
-    EXPECT_EQ(store().getTag(1, background())->name(), "edited here");
+    background()->performAndWait([&] { EXPECT_EQ(store().getTag(1, background())->name(), "edited here"); });
 }
 
 TEST(Models, NameEveryEntityOnce) {

@@ -126,8 +126,8 @@ int fetchSavedViews(ApiHandler& api, const FetchOptions& options) {
          &CoreDataHandler::saveSavedViews});
 }
 
-int fetchUserSettings(ApiHandler& api) {
-    const auto response = api.send(api.request("GET", "/api/ui_settings/", ApiHandler::Accept::Yes));
+int fetchUserSettings(ApiHandler& api, Cancellation* cancellation) {
+    const auto response = api.send(api.request("GET", "/api/ui_settings/", ApiHandler::Accept::Yes), cancellation);
     const int result = effectiveStatus(response);
     if (response.status == 401)
         api.log().error("server didn't accept stored token!");

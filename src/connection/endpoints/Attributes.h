@@ -21,6 +21,6 @@ int fetchCustomFields(ApiHandler& api, const FetchOptions& options);
 int fetchSavedViews(ApiHandler& api, const FetchOptions& options);
 
 /// Asks who the token's user is and keeps the id in the settings under the server's address and "currentUserId".
-int fetchUserSettings(ApiHandler& api);
+int fetchUserSettings(ApiHandler& api, Cancellation* cancellation = nullptr);
 
 } // namespace ledgerfinch

@@ -73,7 +73,7 @@ void AddInstanceView::setShowSuccess(bool show) {
 
 void AddInstanceView::connectToServer() {
     if (isBusy()) return;
-    const auto address = connectionProtocol().toStdString() + addresses::withoutSlash(server().toStdString());
+    const auto address = composedAddress(QString::fromStdString(addresses::withoutSlash(server().toStdString())));
     run([this, &machine = services(), address, withToken = loginWithToken(), typedToken = token().toStdString(),
          name = user().toStdString(), password = pass().toStdString(),
          headers = customHeaders()->configuredHeaders()](Cancellation& cancellation) -> Effect {

@@ -3,6 +3,8 @@
 
 #include <QPointer>
 
+#include <algorithm>
+
 namespace ledgerfinch {
 
 ConnectForm::ConnectForm(Services& services, CoreDataHandler& core, QObject* parent)
@@ -43,6 +45,14 @@ void ConnectForm::setError(const QString& text) {
     if (m_error == text) return;
     m_error = text;
     emit errorChanged();
+}
+
+std::string ConnectForm::composedAddress(const QString& server) const {
+    const auto options = protocols();
+    const bool whole = std::any_of(options.begin(), options.end(), [&](const QString& protocol) {
+        return server.startsWith(protocol, Qt::CaseInsensitive);
+    });
+    return (whole ? server : m_connectionProtocol + server).toStdString();
 }
 
 void ConnectForm::cancel() {

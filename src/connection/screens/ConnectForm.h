@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <string>
 
 namespace ledgerfinch {
 
@@ -68,6 +69,8 @@ protected:
     ConnectForm(Services& services, CoreDataHandler& core, QObject* parent);
 
     void setError(const QString& text);
+    /// Protocol and server text. A pasted address that brings its own protocol counts as it is.
+    [[nodiscard]] std::string composedAddress(const QString& server) const;
     [[nodiscard]] Services& services() const { return m_services; }
     [[nodiscard]] CoreDataHandler& core() const { return m_core; }
 

@@ -10,7 +10,7 @@ LoginView::LoginView(Services& services, CoreDataHandler& core, QObject* parent)
 
 void LoginView::login() {
     if (isBusy()) return;
-    const auto address = (connectionProtocol() + server()).toStdString();
+    const auto address = composedAddress(server());
     if (!addresses::isValid(address)) {
         setError(QStringLiteral("Server address is invalid!"));
         return;
@@ -38,7 +38,7 @@ void LoginView::login() {
                 setError(text);
             };
         }
-        auto handler = ApiHandler::withToken(machine, store, address, typedToken);
+        auto handler = ApiHandler::withToken(machine, store, address, typedToken, &cancellation);
         return [this, address, handler] {
             finishLogin(address, handler);
         };

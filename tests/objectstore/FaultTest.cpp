@@ -76,7 +76,9 @@ public:
         m_view.reset();
         m_container.reset();
         open();
-        if (m_container) EXPECT_EQ(contentOf(*m_view), inMemory);
+        if (m_container) {
+            EXPECT_EQ(contentOf(*m_view), inMemory);
+        }
     }
 
     /// With no fault any more.
@@ -94,8 +96,11 @@ private:
     void open() {
         for (int attempt = 0; attempt < 3 && !m_container; ++attempt) {
             auto opened = PersistentContainer::open(archiveModel(), {.file = m_folder / "store.sqlite", .vfs = FaultVfs::kName}, m_log);
-            if (opened) m_container = *opened;
-            else EXPECT_TRUE(FaultVfs::hasStruck()) << opened.error().message;
+            if (opened) {
+                m_container = *opened;
+            } else {
+                EXPECT_TRUE(FaultVfs::hasStruck()) << opened.error().message;
+            }
         }
         ASSERT_TRUE(m_container);
         m_view = m_container->viewContext();
@@ -161,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(All, FaultTest,
                                            Kind{"LockFails", FaultVfs::Lock, SQLITE_IOERR_LOCK},
                                            Kind{"ReadFails", FaultVfs::Read, SQLITE_IOERR_READ},
                                            Kind{"TruncateFails", FaultVfs::Truncate, SQLITE_IOERR_TRUNCATE}),
-                         [](const auto& info) { return info.param.name; });
+                         [](const auto& parameter) { return parameter.param.name; });
 
 /// A disk that stays full: everything stays pending, insertions and reading go on, and once there is room all is saved.
 TEST(FullDisk, LosesNothing) {

@@ -5,17 +5,15 @@
 #include <iostream>
 #include <sstream>
 
-using namespace ledgerfinch;
-using namespace ledgerfinch::testing;
-
+namespace ledgerfinch::testing {
 namespace {
 
 Ref<Paper> insertPaper(ManagedObjectContext& context, std::int64_t id) {
     auto paper = context.insert<Paper>();
     paper->setValue(Paper::Id, id);
     paper->setTitle("Paper " + std::to_string(id));
-    auto body = context.insert<testing::Body>();
-    body->setValue(testing::Body::Text, std::string(3000, static_cast<char>('a' + id % 26)));
+    auto body = context.insert<Body>();
+    body->setValue(Body::Text, std::string(3000, static_cast<char>('a' + id % 26)));
     paper->setToOne(Paper::Body, body.get());
     for (const std::int64_t tagId : {1, 2}) {
         auto tag = context.firstWithID<Tag>(tagId);
@@ -57,12 +55,9 @@ bool carryOut(ManagedObjectContext& context, const std::string& command, std::is
     return context.save().ok();
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    if (argc != 2) return 2;
+int serve(const char* file) {
     const Logger log(std::make_shared<MemoryLogSink>(), "StoreWriter");
-    auto container = PersistentContainer::open(archiveModel(), {.file = argv[1], .vfs = {}}, log);
+    auto container = PersistentContainer::open(archiveModel(), {.file = file, .vfs = {}}, log);
     if (!container) {
         std::cout << "failed " << container.error().message << std::endl;
         return 1;
@@ -93,3 +88,8 @@ int main(int argc, char** argv) {
     }
     return 0;
 }
+
+} // namespace
+} // namespace ledgerfinch::testing
+
+int main(int argc, char** argv) { return argc == 2 ? ledgerfinch::testing::serve(argv[1]) : 2; }

@@ -9,6 +9,7 @@
 #include "store/RepairList.h"
 #include "sync/SyncLock.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -18,9 +19,9 @@ namespace {
 
 constexpr std::string_view kUnknownVersion = "1.0.0";
 constexpr std::string_view kPartialSyncFrom = "1.14.5";
-/// Reason in the repair list: this list did not come, so documents were merged without what they refer to in it. An entry
-/// under the entity's name and id 0.
-constexpr std::string_view kUndelivered = "undelivered";
+/// In the repair list, under an entity's name: its list did not come, so documents were merged without what they refer
+/// to in it. No record has this id.
+constexpr std::int64_t kWholeList = 0;
 
 /// Keeps the machine awake for as long as it lives.
 class IdleTimerDisabled {
@@ -168,7 +169,8 @@ int SyncPass::fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::str
     bool whole = true;
     quietly.incomplete = [&whole] { whole = false; };
     const int status = fetch(*m_api, quietly);
-    if (status != status::kStopped) noteDelivery(entity, status == 200 && whole);
+    // With a refused token no document comes either.
+    if (status != status::kStopped && status != 401) noteDelivery(entity, status == 200 && whole);
     return status;
 }
 
@@ -179,17 +181,20 @@ void SyncPass::noteDelivery(std::string_view entity, bool whole) {
     if (entity.empty()) return;
     RepairList list(m_core);
     if (!whole) {
-        m_notesFailed = !list.add(entity, 0, kUndelivered, m_context).ok() || m_notesFailed;
+        m_notesFailed = !list.add(entity, kWholeList, RepairList::kUnresolved, m_context).ok() || m_notesFailed;
         return;
     }
-    for (const auto& item : list.entries(kUndelivered, m_context))
-        if (item.kind == entity) m_redelivered.emplace_back(entity);
+    const auto entries = list.entries(RepairList::kUnresolved, m_context);
+    if (std::any_of(entries.begin(), entries.end(),
+                    [&](const RepairItem& item) { return item.kind == entity && item.id == kWholeList; }))
+        m_redelivered.emplace_back(entity);
 }
 
 /// After every document has come, with the lists in place.
 void SyncPass::forgetUndelivered() {
     for (const auto& entity : std::exchange(m_redelivered, {}))
-        if (const auto removed = RepairList(m_core).remove(entity, 0, kUndelivered, m_context); !removed)
+        if (const auto removed = RepairList(m_core).remove(entity, kWholeList, RepairList::kUnresolved, m_context);
+            !removed)
             m_log.error("Couldn't note a repair: %{public}s", removed.error().message);
 }
 

@@ -349,6 +349,7 @@ TEST(SyncDriver, WhatDocumentsLackOfAListThatFailedComesOnceTheListIsThere) {
         for (const Fault& fault : {Fault::answer(500), Fault::answer(403), Fault::truncatedJson()}) {
             SCOPED_TRACE(path);
             SyncWorld world(12);
+            world.removeNotes();
             auto& device = world.device();
             world.server().faults().onPath(path, fault);
             EXPECT_EQ(device.sync(), SyncOutcome::Finished) << "the documents themselves came whole";

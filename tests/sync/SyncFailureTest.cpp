@@ -57,6 +57,7 @@ void expectNothingLost(Device& device, support::PaperlessServer& server, const s
 struct Twins {
     Twins(std::size_t documents, bool mirrored)
         : world(documents), undisturbed(world.newDevice()), disturbed(world.newDevice()) {
+        world.removeNotes();
         if (mirrored) {
             EXPECT_EQ(undisturbed->sync(), SyncOutcome::Finished);
             EXPECT_EQ(disturbed->sync(), SyncOutcome::Finished);

@@ -41,6 +41,8 @@ struct FetchOptions {
     std::function<void(const additionalLoadingInfo&)> progress;
     /// Asked before every page and before every merge; true ends the fetch with status::kStopped. May be empty.
     std::function<bool()> shouldStop;
+    /// A list of attributes was answered with 200, but did not come whole or could not be saved whole. May be empty.
+    std::function<void()> incomplete;
 };
 
 } // namespace ledgerfinch

@@ -15,6 +15,8 @@ namespace {
 
 /// Objects of so many documents are in memory at once.
 constexpr std::size_t kBatch = 200;
+/// After so many documents in a row without an answer the server is taken to be away.
+constexpr int kUnansweredInARow = 3;
 
 struct DocumentToDownload {
     Uuid uuid;
@@ -95,26 +97,29 @@ std::vector<ObjectID> DocumentDownloads::selectedDocuments(const Run& run) const
 }
 
 bool DocumentDownloads::downloadAll(const Run& run, const std::vector<ObjectID>& documents) {
+    int unanswered = 0;
     for (std::size_t begin = 0; begin < documents.size(); begin += kBatch) {
         const auto context = run.container->newBackgroundContext();
         for (std::size_t index = begin; index < std::min(begin + kBatch, documents.size()); ++index) {
             if (!isCurrent(run)) return false;
             tellProgress(run, index + 1, documents.size());
-            if (!download(run, *context, documents[index])) return false;
+            const int status = download(run, *context, documents[index]);
+            unanswered = status == status::kNoAnswer ? unanswered + 1 : 0;
+            if (status == 401 || unanswered == kUnansweredInARow) return false;
         }
     }
     return true;
 }
 
-bool DocumentDownloads::download(const Run& run, ManagedObjectContext& context, const ObjectID& document) {
+int DocumentDownloads::download(const Run& run, ManagedObjectContext& context, const ObjectID& document) {
     const auto found = read(context, document);
-    if (!found) return true;
+    if (!found) return 200;
     const auto folder = m_core.documentFiles().documentFolder(found->uuid);
     if (m_services.defaults->boolean("useiCloud").value_or(false)) m_core.cloud().downloadPlaceholder(folder);
     const auto file = getDocumentFile(*run.api, m_core.documentFiles(), found->uuid, found->id, found->title);
-    if (file) return true;
+    if (file) return 200;
     m_log.error("Couldn't download %s: %{public}s", found->title, file.error().message);
-    return file.error().code != status::kNoAnswer && file.error().code != 401;
+    return file.error().code;
 }
 
 bool DocumentDownloads::isCurrent(const Run& run) const {

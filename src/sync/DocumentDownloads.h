@@ -35,8 +35,8 @@ public:
     DocumentDownloads& operator=(const DocumentDownloads&) = delete;
 
     /// Starts a run over the store that is open now, with its `stage` and `additionalInformation` told to the observer
-    /// on the run's thread. A document whose file fails is passed over; the run ends early when nobody answers, the
-    /// token is refused, or another server or store becomes the active one.
+    /// on the run's thread. A document whose file fails is passed over; the run ends early when nobody answers several
+    /// times in a row, the token is refused, or another server or store becomes the active one.
     void downloadSelectedDocuments(std::shared_ptr<ApiHandler> api, SyncObserver observer);
     /// Ends the run under way after the document in hand.
     void cancel();
@@ -47,8 +47,8 @@ private:
     struct Run;
     void run(const Run& run);
     bool downloadAll(const Run& run, const std::vector<ObjectID>& documents);
-    /// False when the run should end.
-    bool download(const Run& run, ManagedObjectContext& context, const ObjectID& document);
+    /// The status of the download; 200 also where there is nothing to do.
+    int download(const Run& run, ManagedObjectContext& context, const ObjectID& document);
     std::vector<ObjectID> selectedDocuments(const Run& run) const;
     [[nodiscard]] bool isCurrent(const Run& run) const;
     // These tell the run's observer, unless another run has taken its place.

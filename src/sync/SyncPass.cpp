@@ -6,8 +6,10 @@
 #include "connection/endpoints/Attributes.h"
 #include "connection/endpoints/Documents.h"
 #include "platform/Text.h"
+#include "store/RepairList.h"
 #include "sync/SyncLock.h"
 
+#include <algorithm>
 #include <array>
 #include <string_view>
 #include <utility>
@@ -17,6 +19,9 @@ namespace {
 
 constexpr std::string_view kUnknownVersion = "1.0.0";
 constexpr std::string_view kPartialSyncFrom = "1.14.5";
+/// In the repair list, under an entity's name: its list did not come, so documents were merged without what they refer
+/// to in it. No record has this id.
+constexpr std::int64_t kWholeList = 0;
 
 /// Keeps the machine awake for as long as it lives.
 class IdleTimerDisabled {
@@ -36,17 +41,19 @@ struct AttributeStep {
     std::string_view gate; ///< empty: every server has it
     int (*fetch)(ApiHandler&, const FetchOptions&);
     std::string_view done;
+    std::string_view entity; ///< where documents can't be linked to its records later on
 };
 
 // Users refer to groups, and everything else to users.
 constexpr std::array kAttributeSteps{
-    AttributeStep{loadingData::users, "", fetchUsers, "Finished updating users"},
-    AttributeStep{loadingData::tags, "", fetchTags, "Finished updating tags"},
-    AttributeStep{loadingData::document_types, "", fetchDocumentTypes, "Finished updating document types"},
-    AttributeStep{loadingData::correspondents, "", fetchCorrespondents, "Finished updating correspondents"},
-    AttributeStep{loadingData::storage_paths, "1.8.0", fetchStoragePaths, "Finished updating storage paths"},
-    AttributeStep{loadingData::custom_fields, "2.0.0", fetchCustomFields, "Finished updating custom fields"},
-    AttributeStep{loadingData::custom_views, "", fetchSavedViews, "Finished updating custom views"},
+    AttributeStep{loadingData::users, "", fetchUsers, "Finished updating users", CD_User::kEntityName},
+    AttributeStep{loadingData::tags, "", fetchTags, "Finished updating tags", ""},
+    AttributeStep{loadingData::document_types, "", fetchDocumentTypes, "Finished updating document types", ""},
+    AttributeStep{loadingData::correspondents, "", fetchCorrespondents, "Finished updating correspondents", ""},
+    AttributeStep{loadingData::storage_paths, "1.8.0", fetchStoragePaths, "Finished updating storage paths", ""},
+    AttributeStep{loadingData::custom_fields, "2.0.0", fetchCustomFields, "Finished updating custom fields",
+                  CD_Custom_Field::kEntityName},
+    AttributeStep{loadingData::custom_views, "", fetchSavedViews, "Finished updating custom views", ""},
 };
 
 } // namespace
@@ -92,7 +99,7 @@ SyncOutcome SyncPass::runAwake() {
 SyncOutcome SyncPass::runLocked() {
     m_today = dates::formatDateOnly(m_services.clock->now());
     stage(loadingData::users); // groups come first under the text of the users
-    const int groups = fetchGroups(*m_api, options());
+    const int groups = fetchList(fetchGroups, CD_Group::kEntityName);
     if (m_caller == SyncCaller::Screen && groups == status::kNoAnswer) {
         m_log.error("Connection to server timed out. Skipping other tasks...");
         return SyncOutcome::NoAnswer;
@@ -143,16 +150,52 @@ FetchOptions SyncPass::options() const {
 }
 
 bool SyncPass::fetchAttributes() {
-    auto quietly = options();
-    quietly.progress = {};
     for (const AttributeStep& step : kAttributeSteps) {
         if (mustStop()) return false;
-        if (!gateIsOpen(step.gate)) continue;
+        if (!gateIsOpen(step.gate)) {
+            noteDelivery(step.entity, false);
+            continue;
+        }
         stage(step.stage);
-        step.fetch(*m_api, quietly);
+        fetchList(step.fetch, step.entity);
         m_log.debug(step.done);
     }
     return !mustStop();
+}
+
+int SyncPass::fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::string_view entity) {
+    auto quietly = options();
+    quietly.progress = {};
+    bool whole = true;
+    quietly.incomplete = [&whole] { whole = false; };
+    const int status = fetch(*m_api, quietly);
+    // With a refused token no document comes either.
+    if (status != status::kStopped && status != 401) noteDelivery(entity, status == 200 && whole);
+    return status;
+}
+
+/// Documents lose what they refer to in a list that isn't there (an owner, permissions, field values), and a server
+/// delivers them again only when they change. So the failure is remembered until the list has come, and then every
+/// document is asked for once more.
+void SyncPass::noteDelivery(std::string_view entity, bool whole) {
+    if (entity.empty()) return;
+    RepairList list(m_core);
+    if (!whole) {
+        m_notesFailed = !list.add(entity, kWholeList, RepairList::kUnresolved, m_context).ok() || m_notesFailed;
+        return;
+    }
+    const auto entries = list.entries(RepairList::kUnresolved, m_context);
+    if (std::any_of(entries.begin(), entries.end(),
+                    [&](const RepairItem& item) { return item.kind == entity && item.id == kWholeList; }))
+        m_redelivered.emplace_back(entity);
+}
+
+/// After every document has come, with the lists in place.
+void SyncPass::forgetUndelivered() {
+    for (const auto& entity : std::exchange(m_redelivered, {}))
+        if (const auto removed = RepairList(m_core).remove(entity, kWholeList, RepairList::kUnresolved, m_context);
+            !removed)
+            m_log.error("Couldn't note a repair: %{public}s", removed.error().message);
 }
 
 bool SyncPass::gateIsOpen(std::string_view gate) const {
@@ -164,21 +207,25 @@ bool SyncPass::gateIsOpen(std::string_view gate) const {
 
 int SyncPass::fetchDocuments() {
     const int documents = fetchDocumentsFromServer();
-    return savePending() || documents != 200 ? documents : status::kUnreadable;
+    const bool saved = savePending();
+    if (documents != 200) return documents;
+    if (!saved || m_notesFailed) return status::kUnreadable;
+    forgetUndelivered();
+    return documents;
 }
 
 int SyncPass::fetchDocumentsFromServer() {
     const std::string since = m_services.defaults->string("lastSuccessfulSync").value_or("");
     const bool partial = text::compareNumeric(serverVersion(), kPartialSyncFrom) >= 0 && dates::parseDateOnly(since);
-    if (!partial) {
+    if (!partial || !m_redelivered.empty()) {
         m_log.debug("Doing full sync...");
         return fetchAllDocuments(*m_api, options());
     }
     m_log.debug("Doing partial sync...");
     const int changed = fetchChangedDocuments(*m_api, since, options());
-    if (mustStop()) return status::kStopped;
-    const int removed = removeOutdatedDocuments(*m_api, options());
-    return changed == 200 ? removed : changed;
+    // Nothing is removed on the word of a server whose last answer made no sense.
+    if (changed != 200 || mustStop()) return changed;
+    return removeOutdatedDocuments(*m_api, options());
 }
 
 /// What an earlier save could not write is still pending. Dropped if it still can't be written: the unchanged date makes

@@ -12,6 +12,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 namespace ledgerfinch {
 
@@ -48,6 +50,10 @@ private:
 
     /// False when the pass has to stop.
     bool fetchAttributes();
+    /// Fetches one list; `entity` names it where documents refer to its records and can't be linked later.
+    int fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::string_view entity);
+    void noteDelivery(std::string_view entity, bool whole);
+    void forgetUndelivered();
     [[nodiscard]] bool gateIsOpen(std::string_view gate) const;
     /// The status of the documents: 200 only when they came whole and are saved.
     int fetchDocuments();
@@ -74,6 +80,8 @@ private:
     std::shared_ptr<ManagedObjectContext> m_context;
     std::string m_today; ///< the day the pass began
     bool m_refused = false;
+    std::vector<std::string> m_redelivered; ///< lists that failed in an earlier pass and came in this one
+    bool m_notesFailed = false;             ///< what failed could not be noted
 };
 
 } // namespace ledgerfinch

@@ -111,6 +111,13 @@ TEST_F(DocumentDownloading, EndsWithARefusedToken) {
     EXPECT_EQ(device.heard().stages.back(), loadingData::finished);
 }
 
+TEST_F(DocumentDownloading, EndsWhenTheServerIsAway) {
+    (void)device.settings().set("download_all", true);
+    world.server().faults().onPath("/documents/", Fault::dropConnection());
+    download();
+    EXPECT_EQ(device.heard().texts().back(), "Downloading Document 3 of 4");
+}
+
 TEST_F(DocumentDownloading, CancellingEndsItAfterTheDocumentInHand) {
     (void)device.settings().set("download_all", true);
     world.server().faults().onPath("/download/", Fault::stall(), 1);

@@ -237,10 +237,15 @@ void Comparison::compareNotes(const json& notes, const ManagedObject& object) {
 
 void Comparison::compareCustomFieldValues(const json& values, const ManagedObject& object) {
     std::map<std::int64_t, Ref<ManagedObject>> kept;
-    const auto objects = object.toMany(*object.entity().relation("custom_field_values"));
-    for (const auto& value : objects)
-        if (const auto field = value->toOne(*value->entity().relation("ofField"))) kept.emplace(idOf(*field), value);
-    expect(objects.size() == values.size() && kept.size() == values.size(), object, "custom_fields", values);
+    std::size_t count = 0;
+    for (const auto& value : object.toMany(*object.entity().relation("custom_field_values"))) {
+        // Of a field that was deleted on the server a value without a field is left.
+        if (const auto field = value->toOne(*value->entity().relation("ofField"))) {
+            kept.emplace(idOf(*field), value);
+            ++count;
+        }
+    }
+    expect(count == values.size() && kept.size() == values.size(), object, "custom_fields", values);
     for (const auto& delivered : values) {
         const auto field = delivered.at("field").get<std::int64_t>();
         const auto found = kept.find(field);

@@ -68,7 +68,7 @@ StoreDump dumpStore(PersistentContainer& container) {
     const auto context = container.newBackgroundContext();
     context->performAndWait([&] {
         for (const Entity& entity : container.model().entities()) {
-            if (!hasId(entity)) continue;
+            if (!hasId(entity) || entity.name == "RepairEntry") continue; // bookkeeping
             FetchRequest request;
             request.entity = entity.name;
             auto objects = context->fetch(request);

@@ -36,7 +36,11 @@ int main(int argc, char** argv) {
     test::Device device(argv[1], {argv[2], argv[3]}, std::make_shared<TellingSink>());
     SyncObserver observer;
     observer.stage = [](loadingData stage) { tell("stage", static_cast<std::int64_t>(stage)); };
-    const auto outcome = test::offMain([&] { return device.driver().runSync(device.api(), observer); });
+    const auto outcome = test::offMain([&] {
+        const auto ended = device.driver().runSync(device.api(), observer);
+        device.driver().downloads().wait();
+        return ended;
+    });
     tell("outcome", static_cast<std::int64_t>(outcome));
     return 0;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // Whatever fails during a sync, the next one reaches the state of one that was never disturbed, and nothing was deleted
 // meanwhile that the server still has.
+#include "faultvfs/FaultVfs.h"
 #include "sync/OffMain.h"
 #include "sync/SyncWorld.h"
 
@@ -10,6 +11,7 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <sqlite3.h>
 
 namespace ledgerfinch::test {
 namespace {
@@ -55,6 +57,7 @@ void expectNothingLost(Device& device, support::PaperlessServer& server, const s
 struct Twins {
     Twins(std::size_t documents, bool mirrored)
         : world(documents), undisturbed(world.newDevice()), disturbed(world.newDevice()) {
+        world.removeNotes();
         if (mirrored) {
             EXPECT_EQ(undisturbed->sync(), SyncOutcome::Finished);
             EXPECT_EQ(disturbed->sync(), SyncOutcome::Finished);
@@ -119,6 +122,28 @@ TEST_P(DisturbedSync, RecoversFromTheFailureOfAnyFileOperation) {
         EXPECT_EQ(device.core().documentFiles().downloadedFileStatistics().files,
                   static_cast<std::int64_t>(twins.world.server().documentIds().size()));
     }
+}
+
+TEST_P(DisturbedSync, RecoversFromTheFailureOfAnyOperationOfTheStore) {
+    ledgerfinch::testing::FaultVfs::install();
+    // Every store from here on lies on the failing disk.
+    auto* const usual = sqlite3_vfs_find(nullptr);
+    ASSERT_EQ(sqlite3_vfs_register(sqlite3_vfs_find(ledgerfinch::testing::FaultVfs::kName), 1), SQLITE_OK);
+    using ledgerfinch::testing::FaultVfs;
+    bool untouched = false;
+    // Every one of the first operations; later on, where pass after pass of the same kind follows, with growing steps.
+    for (int operation = 1; !untouched && !HasFailure(); operation += 1 + operation / 25) {
+        const bool full = operation % 2 == 0;
+        SCOPED_TRACE("operation " + std::to_string(operation) + (full ? ", disk full from there on" : ", once"));
+        Twins twins(4, GetParam());
+        FaultVfs::failAt(FaultVfs::Write | FaultVfs::Sync | FaultVfs::Lock | FaultVfs::Truncate, operation,
+                         full ? SQLITE_FULL : SQLITE_IOERR, full ? FaultVfs::Lasting::Yes : FaultVfs::Lasting::No);
+        twins.disturbed->sync();
+        untouched = !FaultVfs::hasStruck();
+        FaultVfs::clear();
+        twins.expectRecovery();
+    }
+    sqlite3_vfs_register(usual, 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Devices, DisturbedSync, ::testing::Values(false, true),

@@ -127,6 +127,13 @@ SyncWorld::SyncWorld(std::size_t documents) {
     m_server.start();
 }
 
+void SyncWorld::removeNotes() {
+    m_server.withState([](support::State& state) {
+        for (auto& [id, document] : state.documents)
+            document.notes.clear();
+    });
+}
+
 std::unique_ptr<Device> SyncWorld::newDevice() {
     m_folders.push_back(std::make_unique<TemporaryFolder>());
     return std::make_unique<Device>(m_folders.back()->path(), address());

@@ -118,6 +118,8 @@ public:
 
     [[nodiscard]] support::PaperlessServer& server() { return m_server; }
     [[nodiscard]] ServerAddress address() { return {m_server.url(), m_server.token()}; }
+    /// A note keeps the author it had when it was first delivered, so one that came before its author differs for good.
+    void removeNotes();
     /// Another device, new.
     std::unique_ptr<Device> newDevice();
     /// The only device of most tests; made when first asked for.

@@ -18,8 +18,8 @@ class DownloadSettings : public ::testing::Test {
 protected:
     DownloadSettings() {
         world.server().clear();
-        world.server().add("saved_views", support::Json{{"name", "Taxes"}});
-        world.server().add("saved_views", support::Json{{"name", "Bills"}});
+        world.server().add("saved_views", support::Json{{"name", "Taxes"}, {"owner", 3}});
+        world.server().add("saved_views", support::Json{{"name", "Bills"}, {"owner", 3}});
         for (int number = 0; number < 3; ++number)
             world.server().addDocument(support::Json{{"title", "Paper"}, {"content", "text"}});
         EXPECT_EQ(device.sync(), SyncOutcome::Finished);

@@ -44,7 +44,8 @@ int fetchFamily(ApiHandler& api, const FetchOptions& options, const Family<Recor
     });
     if (last != 200) return last;
     const auto delivery = !delivered ? Delivery::Absent : whole ? Delivery::Complete : Delivery::Partial;
-    (api.core().*family.save)(records, delivery, options.context);
+    const auto outcome = (api.core().*family.save)(records, delivery, options.context);
+    if (options.incomplete && (delivery != Delivery::Complete || !outcome.complete())) options.incomplete();
     return last;
 }
 

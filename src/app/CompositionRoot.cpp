@@ -10,6 +10,8 @@
 
 #include <vector>
 
+#include <sys/stat.h>
+
 namespace ledgerfinch {
 namespace {
 
@@ -28,6 +30,8 @@ CompositionRoot::~CompositionRoot() {
 }
 
 Result<std::unique_ptr<CompositionRoot>> CompositionRoot::build(LaunchOptions options) {
+    // What the program makes belongs to its user alone, stores included.
+    ::umask(S_IRWXG | S_IRWXO);
     auto paths = Paths::standard(options.dataDirectory);
     if (!paths) return Error{paths.error().message, static_cast<int>(LaunchError::Folders)};
     std::unique_ptr<CompositionRoot> root(new CompositionRoot);

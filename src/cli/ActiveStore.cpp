@@ -15,12 +15,6 @@ CoreDataHandler* storeToRead(CommandContext& context, CompositionRoot& program, 
         failure = ExitCode::Refused;
         return nullptr;
     }
-    std::error_code ignored;
-    if (!std::filesystem::exists(program.activeStoreFile(), ignored)) {
-        context.console().complain("There are no documents here yet. Fetch them with: ledgerfinch-cli sync");
-        failure = ExitCode::NotFound;
-        return nullptr;
-    }
     return &program.core();
 }
 

@@ -6,8 +6,8 @@
 
 namespace ledgerfinch::cli {
 
-/// The local store, for commands that only read; null when there is nothing to read yet: that was said then, and
-/// `failure` is the exit code. Opens neither network nor secrets, and makes no store.
+/// The local store, for commands that only read; null when no server was ever connected: that was said then, and
+/// `failure` is the exit code. Touches neither network nor secrets.
 CoreDataHandler* storeToRead(CommandContext& context, CompositionRoot& program, ExitCode& failure);
 
 } // namespace ledgerfinch::cli

@@ -90,7 +90,8 @@ StandardConsole::StandardConsole() : m_d(std::make_unique<Private>()) {
     m_d->err << std::unitbuf;
     console.inIsTerminal = ::isatty(STDIN_FILENO) == 1;
     console.outIsTerminal = ::isatty(STDOUT_FILENO) == 1;
-    console.errIsTerminal = ::isatty(STDERR_FILENO) == 1;
+    // A terminal that can't rewrite a line gets no progress.
+    console.errIsTerminal = ::isatty(STDERR_FILENO) == 1 && environment("TERM") != "dumb";
     if (console.outIsTerminal) console.width = terminalWidth(STDOUT_FILENO).value_or(80);
     console.colour = console.outIsTerminal && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
     console.readSecret = readSecretFromTerminal;

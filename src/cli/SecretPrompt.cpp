@@ -6,6 +6,7 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -19,26 +20,41 @@ void remember(int number) {
     caughtSignal = number;
 }
 
-/// Turns the listed signals into an interrupted read for as long as it lives.
+/// Holds the listed signals back, but for the moments in which waitForInput() waits.
 class SignalsHeldBack {
 public:
     SignalsHeldBack() {
         caughtSignal = 0;
         struct sigaction action {};
-        action.sa_handler = remember; // without SA_RESTART, so that read() returns
+        action.sa_handler = remember;
         sigemptyset(&action.sa_mask);
-        for (std::size_t index = 0; index < kSignals.size(); ++index)
+        sigset_t held;
+        sigemptyset(&held);
+        for (std::size_t index = 0; index < kSignals.size(); ++index) {
+            sigaddset(&held, kSignals[index]);
             sigaction(kSignals[index], &action, &m_before[index]);
+        }
+        pthread_sigmask(SIG_BLOCK, &held, &m_maskBefore);
     }
     ~SignalsHeldBack() {
         for (std::size_t index = 0; index < kSignals.size(); ++index)
             sigaction(kSignals[index], &m_before[index], nullptr);
+        pthread_sigmask(SIG_SETMASK, &m_maskBefore, nullptr);
     }
     SignalsHeldBack(const SignalsHeldBack&) = delete;
     SignalsHeldBack& operator=(const SignalsHeldBack&) = delete;
 
+    /// False when a signal came. No signal can slip in between the look and the wait.
+    bool waitForInput(int terminal) const {
+        pollfd waiting{terminal, POLLIN, 0};
+        while (::ppoll(&waiting, 1, nullptr, &m_maskBefore) < 0)
+            if (errno != EINTR || caughtSignal != 0) return false;
+        return true;
+    }
+
 private:
     std::array<struct sigaction, kSignals.size()> m_before{};
+    sigset_t m_maskBefore{};
 };
 
 class EchoOff {
@@ -70,13 +86,12 @@ void write(int terminal, std::string_view text) {
 }
 
 /// One line; absent when a signal came, at the end of input, or when it is too long.
-std::optional<std::string> readLine(int terminal) {
+std::optional<std::string> readLine(int terminal, const SignalsHeldBack& signals) {
     std::string line;
     while (line.size() <= 4096) {
         char character = 0;
-        const auto count = ::read(terminal, &character, 1);
-        if (count < 0 && errno == EINTR && caughtSignal == 0) continue;
-        if (count < 1) return std::nullopt;
+        if (!signals.waitForInput(terminal)) return std::nullopt;
+        if (::read(terminal, &character, 1) < 1) return std::nullopt;
         if (character == '\n') return line;
         line.push_back(character);
     }
@@ -93,10 +108,10 @@ std::optional<std::string> readSecretFromTerminal(std::string_view prompt) {
     do {
         pending = 0;
         {
-            SignalsHeldBack held;
+            const SignalsHeldBack signals;
             EchoOff quiet(terminal);
             write(terminal, prompt);
-            line = readLine(terminal);
+            line = readLine(terminal, signals);
             write(terminal, "\n");
             pending = caughtSignal;
         }

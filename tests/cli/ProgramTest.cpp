@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/ExitCodes.h"
 #include "cli/Subprocess.h"
+#include "objectstore/PersistentContainer.h"
+#include "platform/LogSinks.h"
+#include "store/entities/Models.h"
 #include "support/PaperlessServer.h"
 
 #include <gtest/gtest.h>
@@ -82,7 +85,7 @@ TEST_F(ProgramTest, ShowsNoSecretToOtherUsersOfTheMachine) {
     Subprocess program(withFolder({"login", server.url(), "--user", "admin", "--password-stdin"}));
     program.write("admin-pass\n");
     while (server.faults().stalled() == 0)
-        ASSERT_EQ(::kill(program.pid(), 0), 0);
+        ASSERT_TRUE(program.isRunning());
     EXPECT_EQ(program.commandLine().find("admin-pass"), std::string::npos);
     EXPECT_EQ(program.environmentText().find("admin-pass"), std::string::npos);
     server.faults().release();
@@ -148,7 +151,7 @@ TEST_F(ProgramTest, EndsASyncCleanlyOnSignals) {
         server.faults().onPath("/api/documents/\\?", Fault::stall(0));
         Subprocess program(withFolder({"sync", "--full"}), {}, Subprocess::Streams::Terminal);
         while (server.faults().stalled() == 0)
-            ASSERT_EQ(::kill(program.pid(), 0), 0);
+            ASSERT_TRUE(program.isRunning());
         program.signal(number);
         EXPECT_TRUE(program.readUntil("Stopping after the record in hand"));
         server.faults().clear();
@@ -170,6 +173,25 @@ TEST_F(ProgramTest, LeavesAStoreThatItCannotOpenAsItIs) {
         EXPECT_EQ(ran.code, toInt(ExitCode::Internal)) << command;
         EXPECT_NE(ran.err.find("Core Data Store failed "), std::string::npos) << ran.err;
     }
+    EXPECT_EQ(read(file), before);
+}
+
+TEST_F(ProgramTest, LeavesAStoreOfANewerProgramAsItIs) {
+    loginAndSync();
+    const auto file = storeFile();
+    for (const auto* suffix : {"", "-wal", "-shm"})
+        std::filesystem::remove(file.string() + suffix);
+    {
+        const auto& today = ledgerfinchModel();
+        const Model newer(today.name(), today.version() + 1, {{"CD_Later", {{"id", AttributeType::Int64}}, {}, {}}});
+        const auto made = PersistentContainer::open(newer, {file, Durability::Full, {}},
+                                                    Logger(std::make_shared<MemoryLogSink>(), "test"));
+        ASSERT_TRUE(made.ok()) << made.error().message;
+    }
+    const auto before = read(file);
+    const auto ran = run({"list"});
+    EXPECT_EQ(ran.code, toInt(ExitCode::Internal));
+    EXPECT_NE(ran.err.find("Core Data Store failed "), std::string::npos) << ran.err;
     EXPECT_EQ(read(file), before);
 }
 

@@ -13,7 +13,7 @@ using support::Json;
 class ReadingTest : public CommandTest {
 protected:
     void SetUp() override {
-        server.generate(0);
+        server.clear();
         const auto acme = server.add("correspondents", {{"name", "東京 ACME"}});
         const auto invoice = server.add("document_types", {{"name", "Invoice"}});
         const auto red = server.add("tags", {{"name", "red"}});
@@ -114,7 +114,7 @@ TEST_F(ReadingTest, TableIsHarmlessAlignedAndFitsTheTerminal) {
     colour = false;
     EXPECT_EQ(run({"list"}).out.find('\x1b'), std::string::npos);
     EXPECT_EQ(run({"list", "--columns", "asn,id", "--sort", "created"}).out,
-              " ASN  ID\n      " + std::to_string(hostile) + "\n      " + std::to_string(plain) + "\n4711   " +
+              " ASN  ID\n       " + std::to_string(hostile) + "\n       " + std::to_string(plain) + "\n4711   " +
                   std::to_string(rich) + "\n");
 }
 
@@ -184,7 +184,9 @@ TEST_F(ReadingTest, LogsShowWhatHappenedButNothingPrivate) {
     EXPECT_EQ(text.find(server.token()), std::string::npos);
     EXPECT_EQ(run({"logs", "--limit", "2", "--json"}).json().size(), 2u);
     EXPECT_EQ(run({"logs", "--since", "2999-01-01"}).out, "");
-    for (const auto* when : {"yesterday", "3x", "", "-3d"})
+    EXPECT_NE(run({"logs", "--since", "0001-01-01"}).out, "");
+    EXPECT_NE(run({"logs", "--since", "99999d"}).out, "");
+    for (const auto* when : {"yesterday", "3x", "", "-3d", "99999999999d"})
         EXPECT_EQ(run({"logs", "--since", when}).code, ExitCode::Usage) << when;
 }
 

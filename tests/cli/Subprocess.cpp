@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/Subprocess.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -35,12 +36,15 @@ void closeOnce(int& descriptor) {
         arguments.push_back(const_cast<char*>(word.c_str()));
     arguments.push_back(nullptr);
     std::vector<char*> variables{const_cast<char*>("PATH=/usr/bin:/bin"), const_cast<char*>("TZ=Europe/Berlin"),
-                                 const_cast<char*>("LC_ALL=C.UTF-8"), const_cast<char*>("TERM=xterm"),
+                                 const_cast<char*>("LC_ALL=C.UTF-8"),
                                  const_cast<char*>("DBUS_SESSION_BUS_ADDRESS=disabled:")};
     if (const char* sanitizer = std::getenv("LSAN_OPTIONS")) {
         static const std::string option = std::string("LSAN_OPTIONS=") + sanitizer;
         variables.push_back(const_cast<char*>(option.c_str()));
     }
+    const bool ownTerminal = std::any_of(environment.begin(), environment.end(),
+                                         [](const std::string& variable) { return variable.starts_with("TERM="); });
+    if (!ownTerminal) variables.push_back(const_cast<char*>("TERM=xterm"));
     for (const auto& variable : environment)
         variables.push_back(const_cast<char*>(variable.c_str()));
     variables.push_back(nullptr);
@@ -135,6 +139,12 @@ std::string Subprocess::commandLine() const {
 }
 std::string Subprocess::environmentText() const {
     return readAll("/proc/" + std::to_string(m_pid) + "/environ");
+}
+
+bool Subprocess::isRunning() const {
+    siginfo_t information{};
+    return m_pid > 0 && ::waitid(P_PID, static_cast<id_t>(m_pid), &information, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           information.si_pid == 0;
 }
 
 int Subprocess::wait() {

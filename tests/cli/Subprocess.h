@@ -31,6 +31,7 @@ public:
     [[nodiscard]] std::string commandLine() const;
     /// The whole environment of the process.
     [[nodiscard]] std::string environmentText() const;
+    [[nodiscard]] bool isRunning() const;
     /// Reads what is left, waits. The exit code, or 1000 and the signal's number.
     int wait();
 

@@ -7,8 +7,8 @@
 #include "platform/LogSinks.h"
 #include "records/JsonWriter.h"
 
+#include <algorithm>
 #include <array>
-#include <charconv>
 #include <ostream>
 
 namespace ledgerfinch::cli {
@@ -22,20 +22,27 @@ constexpr std::array<OptionDescription, 3> kOptions{{
     {"json", "", "An array of texts in place of lines."},
 }};
 
-std::optional<std::chrono::system_clock::time_point> moment(std::string_view text,
-                                                            std::chrono::system_clock::time_point now) {
-    if (const auto day = dates::parseDateOnly(text)) return std::chrono::system_clock::time_point(*day);
-    if (const auto exact = dates::parseDateTime(text)) return std::chrono::system_clock::time_point(*exact);
-    int amount = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), amount);
-    if (error != std::errc() || amount < 0 || end + 1 != text.data() + text.size()) return std::nullopt;
-    switch (*end) {
+using SystemTime = std::chrono::system_clock::time_point;
+
+/// Within what the system's clock can hold. Before all lines and after them stays so.
+SystemTime within(Timestamp time, SystemTime now) {
+    const Timestamp latest = std::chrono::time_point_cast<std::chrono::microseconds>(now + std::chrono::days(1));
+    return SystemTime(std::clamp(time, Timestamp(), latest));
+}
+
+std::optional<SystemTime> moment(std::string_view text, SystemTime now) {
+    if (const auto day = dates::parseDateOnly(text)) return within(*day, now);
+    if (const auto exact = dates::parseDateTime(text)) return within(*exact, now);
+    const auto amount = text.empty() ? std::nullopt : wholeNumber(text.substr(0, text.size() - 1));
+    constexpr std::int64_t kMost = 100'000;
+    if (!amount || *amount < 0 || *amount > kMost) return std::nullopt;
+    switch (text.back()) {
     case 'm':
-        return now - std::chrono::minutes(amount);
+        return now - std::chrono::minutes(*amount);
     case 'h':
-        return now - std::chrono::hours(amount);
+        return now - std::chrono::hours(*amount);
     case 'd':
-        return now - std::chrono::days(amount);
+        return now - std::min<std::chrono::system_clock::duration>(std::chrono::days(*amount), now.time_since_epoch());
     default:
         return std::nullopt;
     }

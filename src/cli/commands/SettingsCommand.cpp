@@ -28,6 +28,9 @@ std::string_view kindName(settings::Kind kind) {
     return "";
 }
 
+/// Of a value in the table; get shows the whole.
+constexpr std::size_t kLongestShown = 40;
+
 ExitCode list(Console& console, const UserDefaults& defaults, bool asJson) {
     if (asJson) {
         JsonWriter json;
@@ -49,7 +52,9 @@ ExitCode list(Console& console, const UserDefaults& defaults, bool asJson) {
     Table table(console,
                 {{"KEY", Alignment::Left, 0}, {"VALUE", Alignment::Left, 12}, {"MEANING", Alignment::Left, 12}});
     for (const auto& setting : settings::catalogue())
-        table.add({std::string(setting.name), settings::displayText(defaults, setting), std::string(setting.meaning)});
+        table.add({std::string(setting.name),
+                   truncated(printable(settings::displayText(defaults, setting)), kLongestShown),
+                   std::string(setting.meaning)});
     table.finish();
     return ExitCode::Ok;
 }

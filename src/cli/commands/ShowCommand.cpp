@@ -88,7 +88,8 @@ void writePage(Console& console, const CoreDataHandler& core, const CD_Document&
     page.line("Original file", document.original_file_name().value_or(""));
     page.line("File here", localFile(core, document));
     page.line("Owner", ownerText(document));
-    page.line("May be changed", document.user_can_change() ? "yes" : "no");
+    // Lists of the server leave it out, so that false may as well mean unknown.
+    if (document.user_can_change()) page.line("May be changed", "yes");
     page.line("Viewers", joined(document.viewable_by_user(), userText));
     page.line("Viewer groups", joined(document.viewable_by_group(), groupText));
     page.line("Editors", joined(document.editable_by_user(), userText));
@@ -138,7 +139,7 @@ void writeJson(Console& console, const CoreDataHandler& core, const CD_Document&
     JsonWriter json;
     json.beginObject();
     writeDocumentMembers(json, document);
-    json.member("user_can_change", document.user_can_change());
+    json.member("user_can_change", document.user_can_change() ? std::optional(true) : std::nullopt);
     const auto file = localFile(core, document);
     json.member("file", file.empty() ? std::nullopt : std::optional(file));
     json.key("custom_fields").beginArray();

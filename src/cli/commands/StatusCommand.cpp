@@ -124,7 +124,7 @@ void writeLines(Console& console, const Status& status) {
     } else {
         lines.add("Store", "none yet");
     }
-    lines.add("Tokens are kept in", status.secrets);
+    lines.add("Tokens kept in", status.secrets);
     lines.add("Data folder", status.data.string());
 }
 

@@ -52,12 +52,12 @@ public:
     [[nodiscard]] simdjson::ondemand::document& document() { return m_document; }
 
     /// Notes the failure of the value in hand, in place of one noted before.
-    bool fail(std::string reason, std::string_view value = {});
+    [[gnu::cold]] bool fail(std::string reason, std::string_view value = {});
     /// A wrong type is told as "<expected> was expected", everything else by the library's words.
-    bool fail(simdjson::error_code code, const char* expected);
+    [[gnu::cold]] bool fail(simdjson::error_code code, const char* expected);
     /// Called on the way out: puts a key or an index before the path. Always false.
-    bool failedIn(std::string_view name);
-    bool failedAt(std::size_t index);
+    [[gnu::cold]] bool failedIn(std::string_view name);
+    [[gnu::cold]] bool failedAt(std::size_t index);
 
     /// Notes where a value starts, for the position of a failure.
     void at(Value& value) { at(value.raw_json_token()); }

@@ -37,18 +37,19 @@ std::string words(std::mt19937& random, std::size_t bytes) {
     std::string text;
     while (text.size() < bytes) {
         text += kWords[random() % std::size(kWords)];
-        text += random() % 12 == 0 ? '\n' : ' ';
+        text += random() % 7 == 0 ? '\n' : ' ';
     }
     return text;
 }
 
-/// A page as a server of today sends it: 100 documents with text, tags, permissions, a note and field values.
+/// A page as a server of today sends it, with the proportions of a recorded one: 100 documents of 4 KB of text, every
+/// third shared with somebody and with a note, two field values on most.
 std::string makePage() {
     std::mt19937 random(7);
     JsonWriter writer;
-    writer.beginObject().member("count", 25000).member("next", "http://localhost:8000/api/documents/?page=2");
+    writer.beginObject().member("count", 259).member("next", "http://localhost:8000/api/documents/?page=2");
     writer.key("previous").null().key("all").beginArray();
-    for (int id = 1; id <= 1000; ++id)
+    for (int id = 1; id <= 259; ++id)
         writer.integer(id);
     writer.endArray().key("results").beginArray();
     for (int id = 1; id <= 100; ++id) {
@@ -59,9 +60,14 @@ std::string makePage() {
         writer.member("added", "2026-11-14T16:55:43.732126+01:00").member("deleted_at", std::nullopt);
         writer.member("archive_serial_number", 1000 + id).member("original_file_name", "scan.pdf");
         writer.member("archived_file_name", "scan.pdf").member("owner", 3).member("user_can_change", true);
-        writer.rawMember("permissions", R"({"view":{"users":[4,5],"groups":[1]},"change":{"users":[],"groups":[]}})");
-        writer.rawMember("notes", R"([{"id":1,"note":"checked","created":"2026-11-14T16:55:43.7Z","user":3}])");
-        writer.rawMember("custom_fields", R"([{"value":"EUR12.50","field":1},{"value":17,"field":2}])");
+        const bool shared = id % 3 == 0;
+        writer.rawMember("permissions",
+                         shared ? R"({"view":{"users":[4,5],"groups":[1]},"change":{"users":[],"groups":[]}})"
+                                : R"({"view":{"users":[],"groups":[]},"change":{"users":[],"groups":[]}})");
+        writer.rawMember("notes",
+                         !shared ? "[]" : R"([{"id":1,"note":"checked","created":"2026-11-14T16:55:43.7Z","user":3}])");
+        writer.rawMember("custom_fields",
+                         id % 6 == 0 ? "[]" : R"([{"value":"EUR12.50","field":1},{"value":17,"field":2}])");
         writer.member("page_count", 2).member("mime_type", "application/pdf").endObject();
     }
     return writer.endArray().endObject().take();
@@ -71,12 +77,11 @@ std::string makePage() {
 /// call returns is freed outside the measured time, as the parsers keep theirs.
 template <class Function>
 void measure(double& best, Function&& function) {
-    function();
-    for (int call = 0; call < 5; ++call) {
+    for (int call = 0; call < 6; ++call) {
         const auto start = std::chrono::steady_clock::now();
         [[maybe_unused]] const auto result = function();
         const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
-        best = std::min(best, taken.count());
+        if (call > 0) best = std::min(best, taken.count());
     }
 }
 

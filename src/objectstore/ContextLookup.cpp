@@ -65,7 +65,7 @@ std::int64_t ContextEngine::firstRowWithID(const Entity& entity, std::int64_t id
         if (code == SQLITE_ROW) stored = statement->integer(0);
     }
     if (code != SQLITE_ROW && code != SQLITE_DONE) {
-        logFailure("Looking up an id failed", db ? db->lastError(entity.name) : databaseError);
+        readFailed("Looking up an id failed", db ? db->lastError(entity.name) : databaseError);
         return fromPending;
     }
     if (remembered.size() >= kRememberedIds) remembered.clear();

@@ -31,7 +31,9 @@ sqlite::Database* ContextEngine::database() {
     return connection.get();
 }
 
-void ContextEngine::logFailure(std::string_view what, const Error& error) const {
+void ContextEngine::readFailed(std::string_view what, const Error& error) {
+    ++readFailures;
+    lastReadFailure = error;
     sharedBy(container).log.error("%{public}s: %{public}s", what, error.message);
 }
 
@@ -103,12 +105,12 @@ ContextEngine::Load ContextEngine::load(ManagedObject& object) {
     const EntitySql& entitySql = sql[object.objectID().entity];
     sqlite::Database* db = database();
     if (!db) {
-        logFailure("Loading an object failed", databaseError);
+        readFailed("Loading an object failed", databaseError);
         return Load::Failed;
     }
     sqlite::Use statement(db->statement(entitySql.load.slot, entitySql.load.text));
     if (!statement) {
-        logFailure("Loading an object failed", db->lastError(object.entity().name));
+        readFailed("Loading an object failed", db->lastError(object.entity().name));
         return Load::Failed;
     }
     statement->bind(1, object.objectID().row);
@@ -121,7 +123,7 @@ ContextEngine::Load ContextEngine::load(ManagedObject& object) {
         state.gone = true;
         return Load::Gone;
     }
-    logFailure("Loading an object failed", db->error(code, object.entity().name));
+    readFailed("Loading an object failed", db->error(code, object.entity().name));
     return Load::Failed;
 }
 
@@ -259,9 +261,11 @@ void ContextEngine::refreshObject(ManagedObject& object, MergeChanges mergeChang
 }
 
 void ContextEngine::rollbackAll() {
-    auto objects = std::exchange(pending, std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>>(identity.size()));
+    auto objects =
+        std::exchange(pending, std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>>(identity.size()));
     const auto forgotten = std::exchange(deltas, {});
     removedCount = 0;
+    incompleteChange.reset();
     for (const auto& [key, change] : forgotten)
         if (const auto object = alive(key.entity, key.row)) stateOf(*object).dropSet(key.relation);
     for (auto& byRow : objects) {

@@ -26,7 +26,8 @@ struct SetKey {
 };
 struct SetKeyHash {
     std::size_t operator()(const SetKey& key) const noexcept {
-        const auto mixed = static_cast<std::uint64_t>(key.row) * 0x9e3779b97f4a7c15ULL + key.entity * 1021U + key.relation;
+        const auto mixed =
+            static_cast<std::uint64_t>(key.row) * 0x9e3779b97f4a7c15ULL + key.entity * 1021U + key.relation;
         return static_cast<std::size_t>(mixed ^ (mixed >> 29));
     }
 };
@@ -78,9 +79,9 @@ struct ManagedObjectContext::Private {
         std::unordered_map<std::int64_t, std::weak_ptr<ManagedObject>> objects;
         std::size_t sweepAt = 256;
     };
-    std::vector<Identity> identity;                                             ///< by entity
-    std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>> pending;  ///< by entity: touched, held strongly
-    std::size_t removedCount = 0;                                               ///< pending deletions
+    std::vector<Identity> identity;                                            ///< by entity
+    std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>> pending; ///< by entity: touched, held strongly
+    std::size_t removedCount = 0;                                              ///< pending deletions
 
     sqlite::Database* database(); ///< opened on first use; null on failure
     Error databaseError;
@@ -107,7 +108,25 @@ struct ManagedObjectContext::Private {
     [[nodiscard]] bool isEffective(const ManagedObject& object) const;
     [[nodiscard]] bool hasEffectiveChanges() const;
     void forgetPending(ManagedObject& object);
-    void logFailure(std::string_view what, const Error& error) const;
+    /// Reading can't report its failures to whoever asks an object; they are logged. A change that was built on such a
+    /// reading may be incomplete: the next save then fails, once, with the reason.
+    void readFailed(std::string_view what, const Error& error);
+    std::uint64_t readFailures = 0;
+    Error lastReadFailure;
+    std::optional<Error> incompleteChange;
+    class Mutation {
+    public:
+        explicit Mutation(Private& ofEngine) : m_engine(ofEngine), m_failuresBefore(ofEngine.readFailures) {}
+        ~Mutation() {
+            if (m_engine.readFailures != m_failuresBefore) m_engine.incompleteChange = m_engine.lastReadFailure;
+        }
+        Mutation(const Mutation&) = delete;
+        Mutation& operator=(const Mutation&) = delete;
+
+    private:
+        Private& m_engine;
+        std::uint64_t m_failuresBefore;
+    };
 
     // Relations (ContextRelations.cpp).
     std::unordered_map<SetKey, SetDelta, SetKeyHash> deltas;

@@ -29,8 +29,7 @@ void eraseSorted(std::vector<std::int64_t>& rows, std::int64_t row) {
 
 const SetDelta* ContextEngine::delta(std::size_t entity, std::size_t relation, std::int64_t row) const {
     if (deltas.empty()) return nullptr;
-    const auto found =
-        deltas.find({static_cast<std::uint32_t>(entity), static_cast<std::uint32_t>(relation), row});
+    const auto found = deltas.find({static_cast<std::uint32_t>(entity), static_cast<std::uint32_t>(relation), row});
     return found == deltas.end() ? nullptr : &found->second;
 }
 
@@ -62,12 +61,12 @@ void ContextEngine::linkPair(std::size_t entity, std::size_t relationIndex, std:
 }
 
 std::optional<std::vector<std::int64_t>> ContextEngine::queryMembers(std::size_t entity, std::size_t relation,
-                                                                      std::int64_t row) {
+                                                                     std::int64_t row) {
     std::vector<std::int64_t> rows;
     const RelationSql& relationSql = sql[entity].relations[relation];
     sqlite::Database* db = database();
     if (!db) {
-        logFailure("Reading a relation failed", databaseError);
+        readFailed("Reading a relation failed", databaseError);
         return std::nullopt;
     }
     {
@@ -79,7 +78,7 @@ std::optional<std::vector<std::int64_t>> ContextEngine::queryMembers(std::size_t
                 rows.push_back(statement->integer(0));
         }
         if (code != SQLITE_DONE) {
-            logFailure("Reading a relation failed", db->lastError(sql[entity].entity->name));
+            readFailed("Reading a relation failed", db->lastError(sql[entity].entity->name));
             return std::nullopt;
         }
     }
@@ -151,12 +150,20 @@ bool ContextEngine::isMember(ManagedObject& object, std::size_t relationIndex, s
     const RelationSql& relationSql = sql[id.entity].relations[relationIndex];
     if (relation.storage == RelationStorage::JoinTable) {
         sqlite::Database* db = database();
-        if (!db) return false;
+        if (!db) {
+            readFailed("Reading a relation failed", databaseError);
+            return false;
+        }
         sqlite::Use statement(db->statement(relationSql.hasPair.slot, relationSql.hasPair.text));
-        if (!statement) return false;
-        statement->bind(1, id.row);
-        statement->bind(2, member);
-        return statement->step() == SQLITE_ROW;
+        int code = SQLITE_ERROR;
+        if (statement) {
+            statement->bind(1, id.row);
+            statement->bind(2, member);
+            code = statement->step();
+        }
+        if (code != SQLITE_ROW && code != SQLITE_DONE)
+            readFailed("Reading a relation failed", db->lastError(relation.table));
+        return code == SQLITE_ROW;
     }
     const auto other = materialize(relation.target, member);
     return toOneRow(*other, relation.inverse) == id.row;
@@ -167,7 +174,8 @@ std::int64_t ContextEngine::toOneRow(ManagedObject& object, std::size_t relation
     const ObjectState& state = stateOf(object);
     if (relation.storage == RelationStorage::Column) {
         ensureLoaded(object);
-        const std::int64_t row = state.row(static_cast<std::size_t>(sql[object.objectID().entity].columnOfRelation[relationIndex]));
+        const std::int64_t row =
+            state.row(static_cast<std::size_t>(sql[object.objectID().entity].columnOfRelation[relationIndex]));
         return row != 0 && isRemoved(relation.target, row) ? 0 : row;
     }
     const auto rows = visibleMembers(object, relationIndex);
@@ -175,8 +183,8 @@ std::int64_t ContextEngine::toOneRow(ManagedObject& object, std::size_t relation
 }
 
 bool ContextEngine::canRelate(const ManagedObject& object, const ManagedObject& target, std::size_t relation) const {
-    const bool fits = target.context() == object.context() &&
-                      target.objectID().entity == object.entity().relations[relation].target;
+    const bool fits =
+        target.context() == object.context() && target.objectID().entity == object.entity().relations[relation].target;
     assert(fits && "a relation joins objects of one context");
     const ObjectState& state = stateOf(target);
     return fits && !state.gone && !state.removed;

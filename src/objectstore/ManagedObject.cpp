@@ -20,7 +20,18 @@ ContextEngine* engineOf(const ManagedObject& object) {
 }
 
 /// Loading changes what an object caches, not what it is.
-ManagedObject& mutableObject(const ManagedObject& object) { return const_cast<ManagedObject&>(object); }
+ManagedObject& mutableObject(const ManagedObject& object) {
+    return const_cast<ManagedObject&>(object);
+}
+
+/// Where a to-one column lies when no engine is there to tell.
+std::size_t columnOf(const Entity& entity, std::size_t relation) {
+    const auto end = entity.relations.begin() + static_cast<std::ptrdiff_t>(relation);
+    return entity.attributes.size() +
+           static_cast<std::size_t>(std::count_if(entity.relations.begin(), end, [](const Relation& earlier) {
+               return earlier.storage == RelationStorage::Column;
+           }));
+}
 
 const Value& absentValue() {
     static const Value kAbsent;
@@ -44,9 +55,13 @@ bool ManagedObject::isUpdated() const {
     return engine && engine->isEffective(*this);
 }
 
-bool ManagedObject::isDeleted() const { return m_state && (m_state->removed || m_state->gone); }
+bool ManagedObject::isDeleted() const {
+    return m_state && (m_state->removed || m_state->gone);
+}
 
-bool ManagedObject::isFault() const { return m_state && !m_state->loaded && !m_state->gone; }
+bool ManagedObject::isFault() const {
+    return m_state && !m_state->loaded && !m_state->gone;
+}
 
 bool ManagedObject::hasChanged(std::string_view property) const {
     if (!m_state || m_state->gone) return false;
@@ -82,6 +97,7 @@ void ManagedObject::setValue(std::size_t attribute, Value value) {
     if (!engine || m_state->removed || attribute >= m_entity->attributes.size()) return;
     auto fitted = values::fitted(std::move(value), m_entity->attributes[attribute].type);
     assert(fitted && "a value fits the type of its attribute");
+    const ContextEngine::Mutation mutation(*engine);
     if (!fitted || !engine->ensureLoaded(*this)) return;
     engine->setColumn(*this, attribute, std::move(*fitted));
 }
@@ -97,6 +113,8 @@ ObjectID ManagedObject::toOneID(std::size_t relation) const {
     std::int64_t row = 0;
     if (ContextEngine* engine = engineOf(*this))
         row = engine->toOneRow(mutableObject(*this), relation);
+    else if (described.storage == RelationStorage::Column)
+        row = m_state->row(columnOf(*m_entity, relation));
     else if (const auto* rows = m_state->set(relation); rows && !rows->empty())
         row = rows->front();
     if (row == 0) return {};
@@ -114,7 +132,9 @@ std::shared_ptr<ManagedObject> ManagedObject::toOne(std::size_t relation) const 
 
 void ManagedObject::setToOne(std::size_t relation, const ManagedObject* target) {
     ContextEngine* engine = m_state ? engineOf(*this) : nullptr;
-    if (!engine || m_state->removed || relation >= m_entity->relations.size() || !engine->ensureLoaded(*this)) return;
+    if (!engine || m_state->removed || relation >= m_entity->relations.size()) return;
+    const ContextEngine::Mutation mutation(*engine);
+    if (!engine->ensureLoaded(*this)) return;
     const std::int64_t row = target && engine->canRelate(*this, *target, relation) ? target->objectID().row : 0;
     const std::int64_t old = engine->toOneRow(*this, relation);
     if (row == old) return;
@@ -162,7 +182,9 @@ std::size_t ManagedObject::toManyCount(std::size_t relation) const {
 
 void ManagedObject::setToMany(std::size_t relation, std::span<const std::shared_ptr<ManagedObject>> members) {
     ContextEngine* engine = m_state ? engineOf(*this) : nullptr;
-    if (!engine || m_state->removed || relation >= m_entity->relations.size() || !engine->ensureLoaded(*this)) return;
+    if (!engine || m_state->removed || relation >= m_entity->relations.size()) return;
+    const ContextEngine::Mutation mutation(*engine);
+    if (!engine->ensureLoaded(*this)) return;
     assert(m_entity->relations[relation].description.cardinality == Cardinality::ToMany);
     std::vector<std::int64_t> wanted;
     wanted.reserve(members.size());
@@ -184,7 +206,9 @@ void ManagedObject::setToMany(std::size_t relation, std::span<const std::shared_
 
 void ManagedObject::addToMany(std::size_t relation, const ManagedObject& member) {
     ContextEngine* engine = m_state ? engineOf(*this) : nullptr;
-    if (!engine || m_state->removed || relation >= m_entity->relations.size() || !engine->ensureLoaded(*this)) return;
+    if (!engine || m_state->removed || relation >= m_entity->relations.size()) return;
+    const ContextEngine::Mutation mutation(*engine);
+    if (!engine->ensureLoaded(*this)) return;
     if (!engine->canRelate(*this, member, relation)) return;
     const std::int64_t row = member.objectID().row;
     if (!engine->isMember(*this, relation, row)) engine->changeMember(*this, relation, row, true);
@@ -192,7 +216,9 @@ void ManagedObject::addToMany(std::size_t relation, const ManagedObject& member)
 
 void ManagedObject::removeFromMany(std::size_t relation, const ManagedObject& member) {
     ContextEngine* engine = m_state ? engineOf(*this) : nullptr;
-    if (!engine || m_state->removed || relation >= m_entity->relations.size() || !engine->ensureLoaded(*this)) return;
+    if (!engine || m_state->removed || relation >= m_entity->relations.size()) return;
+    const ContextEngine::Mutation mutation(*engine);
+    if (!engine->ensureLoaded(*this)) return;
     if (!engine->canRelate(*this, member, relation)) return;
     const std::int64_t row = member.objectID().row;
     if (engine->isMember(*this, relation, row)) engine->changeMember(*this, relation, row, false);

@@ -151,7 +151,9 @@ std::time_t startOfLocalDay(std::chrono::year_month_day date) {
         fields.tm_mon = month - 1;
         fields.tm_mday = day;
         fields.tm_isdst = daylightSaving;
+        fields.tm_wday = -1; // set when it succeeds; the result -1 is also a moment
         const std::time_t time = std::mktime(&fields);
+        if (fields.tm_wday < 0) continue;
         const bool isMidnight = fields.tm_year == year - 1900 && fields.tm_mon == month - 1 && fields.tm_mday == day &&
                                 fields.tm_hour == 0 && fields.tm_min == 0 && fields.tm_sec == 0;
         if (isMidnight && (!earliest || time < *earliest)) earliest = time;

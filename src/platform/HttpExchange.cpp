@@ -187,6 +187,8 @@ QUrl HttpExchange::redirectTarget(int status) const {
     return target;
 }
 
+/// Qt reports a chunked body that breaks off, except one that came to its end in the very read that began it. A
+/// promised length and a packed stream are checked here in any case.
 bool HttpExchange::isCutOff(int status) const {
     if (!hasBody(m_state->request.method, status)) return false;
     if (m_inflater && !m_inflater->isComplete()) return true;

@@ -99,6 +99,13 @@ bool isReachable() {
     return activatable && !activatable->isEmpty() && activatable->first().toStringList().contains(name);
 }
 
+std::string currentOwner() {
+    const SessionBus bus;
+    if (!bus.isConnected()) return {};
+    const auto owner = bus.callBus(QStringLiteral("GetNameOwner"), {QStringLiteral("org.freedesktop.secrets")});
+    return owner && !owner->isEmpty() ? owner->first().toString().toStdString() : std::string();
+}
+
 LockState lockState(std::string_view service, std::string_view account) {
     qDBusRegisterMetaType<QMap<QString, QString>>();
     const SessionBus bus;

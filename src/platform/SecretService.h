@@ -11,6 +11,9 @@ namespace ledgerfinch::secretService {
 /// True when org.freedesktop.secrets has an owner on the session bus, or the bus can start one.
 bool isReachable();
 
+/// The bus name of the process that serves now; empty when none does. A service that was started anew has another one.
+std::string currentOwner();
+
 enum class LockState { Unlocked, Locked, NoAnswer };
 
 /// Whether secrets can lie hidden: a matching item in a locked collection, or a locked default collection.

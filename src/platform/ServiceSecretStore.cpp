@@ -4,6 +4,7 @@
 #include "platform/DispatchQueue.h"
 #include "platform/SecretService.h"
 
+#include <QLibrary>
 #include <QObject>
 #include <QThread>
 
@@ -35,6 +36,18 @@ QObject* keychainContext() {
     return context;
 }
 
+/// libsecret keeps its session with the service for the life of the process, even when the service was started anew and
+/// knows nothing of it. On the keychain thread: makes it begin a new one when another process serves.
+void followService(const std::string& owner) {
+    static std::string known;
+    if (owner.empty() || owner == known) return;
+    if (!known.empty()) {
+        QLibrary library(QStringLiteral("secret-1"), 0);
+        if (const auto disconnect = library.resolve("secret_service_disconnect")) disconnect();
+    }
+    known = owner;
+}
+
 /// What a job left behind. Shared, since the job may end after the caller lost patience.
 struct Outcome {
     std::mutex mutex;
@@ -64,9 +77,11 @@ void run(Outcome& result, std::string_view service, std::string_view account,
          const std::function<void(KeychainJob&)>& prepare, const std::function<std::string(KeychainJob&)>& takeData) {
     assert(!mainQueue::isCurrent() && "the secret service would block the window");
     const auto outcome = std::make_shared<Outcome>();
+    const auto owner = secretService::currentOwner();
     QMetaObject::invokeMethod(
         keychainContext(),
-        [outcome, service = text(service), account = text(account), prepare, takeData] {
+        [outcome, owner, service = text(service), account = text(account), prepare, takeData] {
+            followService(owner);
             auto* job = new KeychainJob(service);
             job->setKey(account);
             job->setInsecureFallback(false);

@@ -183,7 +183,10 @@ TEST_F(HttpTest, ConnectionCutInTheBodyIsAnErrorWithItsStatus) {
     };
     for (const auto& head : cutHeads) {
         const ScriptedServer server([&](ServerConnection& connection) {
-            if (connection.readRequest()) connection.send(head);
+            if (!connection.readRequest()) return;
+            connection.send(head);
+            // Qt can't tell a chunked body from a whole one when its end comes in the same read as its beginning.
+            std::this_thread::sleep_for(50ms);
         });
         const auto response = get(server.url());
         EXPECT_EQ("200 CutOff", summary(response)) << head;
@@ -244,17 +247,18 @@ TEST_F(HttpTest, WritingRequestIsNeverCarriedOutTwice) {
 }
 
 TEST_F(HttpTest, ConnectionsThatTheServerClosedAreReplaced) {
-    const ScriptedServer server([](ServerConnection& connection) {
-        if (const auto request = connection.readRequest()) connection.answer(200, request->body);
-    });
-    for (int number = 0; number < 20; ++number) {
-        const auto body = std::to_string(number);
-        const auto response = session.send({.method = "POST", .url = server.url(), .body = body});
-        // Sent just as the server closes, a request can fail; but it never gets another one's answer.
-        if (!response.error) {
-            EXPECT_EQ(body, response.body);
-        }
-        EXPECT_EQ("200", summary(response)) << number;
+    const auto closing = [](const char* headers) {
+        return [headers](ServerConnection& connection) {
+            if (const auto request = connection.readRequest()) connection.answer(200, request->target, headers);
+        };
+    };
+    // Only reading requests survive a server that closes without a word.
+    const ScriptedServer silent(closing(""));
+    const ScriptedServer announcing(closing("Connection: close\r\n"));
+    for (int number = 0; number < 10; ++number) {
+        const auto target = "/" + std::to_string(number);
+        EXPECT_EQ(target, get(silent.url(target)).body);
+        EXPECT_EQ(target, session.send({.method = "POST", .url = announcing.url(target), .body = "{}"}).body);
     }
 }
 

@@ -46,7 +46,8 @@ const Model& model() {
     static const AttributeDescription id{"id", T::Int64, Indexed::No};
     static const AttributeDescription name{"name", T::String, Indexed::No};
     const auto attributeEntity = [](const char* entityName, const char* inverse) {
-        return EntityDescription{entityName, {id, name}, {{"ofDocument", "Document", C::ToMany, inverse, D::Nullify}}, {}};
+        return EntityDescription{
+            entityName, {id, name}, {{"ofDocument", "Document", C::ToMany, inverse, D::Nullify}}, {}};
     };
     static const Model kModel("Bench", 1,
                               {{"Document",
@@ -69,7 +70,10 @@ const Model& model() {
                                  {"editors", "User", C::ToMany, "editable", D::Nullify},
                                  {"values", "FieldValue", C::ToMany, "ofDocument", D::Cascade}},
                                 {}},
-                               {"DocumentContent", {{"content", T::String, Indexed::No}}, {{"ofDocument", "Document", C::ToOne, "content", D::Nullify}}, {}},
+                               {"DocumentContent",
+                                {{"content", T::String, Indexed::No}},
+                                {{"ofDocument", "Document", C::ToOne, "content", D::Nullify}},
+                                {}},
                                attributeEntity("Correspondent", "correspondent"),
                                attributeEntity("Type", "document_type"),
                                attributeEntity("Tag", "tags"),
@@ -118,7 +122,9 @@ void fillAttributes(ManagedObjectContext& context) {
 }
 
 /// The id of the k-th thing a document has.
-std::int64_t pick(std::size_t number, std::size_t k) { return static_cast<std::int64_t>((number * 31 + k * 17) % kAttributes) + 1; }
+std::int64_t pick(std::size_t number, std::size_t k) {
+    return static_cast<std::int64_t>((number * 31 + k * 17) % kAttributes) + 1;
+}
 
 /// One document as a merge writes it: look-ups, object, relations, save, fault.
 void mergeDocument(ManagedObjectContext& context, std::size_t number) {
@@ -134,7 +140,8 @@ void mergeDocument(ManagedObjectContext& context, std::size_t number) {
                                                context.firstWithID("Tag", pick(number, 5))};
     const std::vector<Ref<ManagedObject>> viewers{context.firstWithID("User", pick(number, 6))};
     const std::vector<Ref<ManagedObject>> editors{context.firstWithID("User", pick(number, 7))};
-    const Ref<ManagedObject> fields[] = {context.firstWithID("Field", pick(number, 8)), context.firstWithID("Field", pick(number, 9))};
+    const Ref<ManagedObject> fields[] = {context.firstWithID("Field", pick(number, 8)),
+                                         context.firstWithID("Field", pick(number, 9))};
     const auto object = document();
     object->setValue(Id, static_cast<std::int64_t>(number));
     if (std::holds_alternative<std::monostate>(object->value(Uid))) object->setValue(Uid, Uuid::random());
@@ -174,7 +181,8 @@ void mergeDocument(ManagedObjectContext& context, std::size_t number) {
 class Bare {
 public:
     explicit Bare(const std::filesystem::path& file) {
-        if (sqlite3_open_v2(file.c_str(), &m_handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK) std::abort();
+        if (sqlite3_open_v2(file.c_str(), &m_handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
+            std::abort();
         run("PRAGMA synchronous=NORMAL;PRAGMA foreign_keys=ON;PRAGMA cache_size=-32768;PRAGMA temp_store=MEMORY");
         sqlite3_wal_autocheckpoint(m_handle, 20'000);
     }
@@ -191,9 +199,7 @@ public:
         std::fprintf(stderr, "%s\n", sqlite3_errmsg(m_handle));
         std::abort();
     }
-    void run(const char* sql) {
-        check(sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK);
-    }
+    void run(const char* sql) { check(sqlite3_exec(m_handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK); }
     sqlite3_stmt* prepare(const char* sql) {
         sqlite3_stmt* statement = nullptr;
         check(sqlite3_prepare_v3(m_handle, sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) == SQLITE_OK);
@@ -207,11 +213,13 @@ public:
     void prepareInserts() {
         m_begin = prepare("BEGIN IMMEDIATE");
         m_commit = prepare("COMMIT");
-        m_document = prepare("INSERT INTO Document(pk,version,id,uuid,title,created,modified,added,archive_serial_number,"
-                             "original_file_name,user_can_change,thumbnail,content,correspondent,document_type,owner)"
-                             " VALUES(?,1,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
+        m_document =
+            prepare("INSERT INTO Document(pk,version,id,uuid,title,created,modified,added,archive_serial_number,"
+                    "original_file_name,user_can_change,thumbnail,content,correspondent,document_type,owner)"
+                    " VALUES(?,1,?,?,?,?,?,?,?,?,?,?,?,?,?,?)");
         m_content = prepare("INSERT INTO DocumentContent(pk,version,content) VALUES(?,1,?)");
-        m_value = prepare("INSERT INTO FieldValue(pk,version,value,value_as_string,ofDocument,ofField) VALUES(?,1,?,?,?,?)");
+        m_value =
+            prepare("INSERT INTO FieldValue(pk,version,value,value_as_string,ofDocument,ofField) VALUES(?,1,?,?,?,?)");
         m_tag = prepare("INSERT INTO lf_join_Document_tags VALUES(?,?)");
         m_viewer = prepare("INSERT INTO lf_join_Document_viewers VALUES(?,?)");
         m_editor = prepare("INSERT INTO lf_join_Document_editors VALUES(?,?)");
@@ -232,7 +240,8 @@ public:
         sqlite3_bind_blob(m_document, 3, uuid.bytes().data(), 16, SQLITE_STATIC);
         sqlite3_bind_text(m_document, 4, title.data(), static_cast<int>(title.size()), SQLITE_STATIC);
         for (int i = 0; i < 3; ++i)
-            sqlite3_bind_int64(m_document, 5 + i, timeOf(number + static_cast<std::size_t>(i)).time_since_epoch().count());
+            sqlite3_bind_int64(m_document, 5 + i,
+                               timeOf(number + static_cast<std::size_t>(i)).time_since_epoch().count());
         sqlite3_bind_int64(m_document, 8, row);
         sqlite3_bind_text(m_document, 9, fileName.data(), static_cast<int>(fileName.size()), SQLITE_STATIC);
         sqlite3_bind_int64(m_document, 10, 1);
@@ -261,9 +270,10 @@ public:
         step(m_commit);
     }
     std::size_t readFirst(int count) {
-        sqlite3_stmt* statement = prepare("SELECT pk,version,id,uuid,title,created,modified,added,archive_serial_number,"
-                                          "original_file_name,user_can_change,thumbnail,content,correspondent,"
-                                          "document_type,owner FROM Document ORDER BY created,pk LIMIT ?");
+        sqlite3_stmt* statement =
+            prepare("SELECT pk,version,id,uuid,title,created,modified,added,archive_serial_number,"
+                    "original_file_name,user_can_change,thumbnail,content,correspondent,"
+                    "document_type,owner FROM Document ORDER BY created,pk LIMIT ?");
         sqlite3_bind_int(statement, 1, count);
         std::size_t bytes = 0;
         while (sqlite3_step(statement) == SQLITE_ROW) {
@@ -281,7 +291,8 @@ private:
 };
 
 std::shared_ptr<PersistentContainer> openStore(const std::filesystem::path& file) {
-    auto opened = PersistentContainer::open(model(), {.file = file, .vfs = {}}, Logger(std::make_shared<MemoryLogSink>(), "StoreBench"));
+    auto opened = PersistentContainer::open(model(), {.file = file, .vfs = {}},
+                                            Logger(std::make_shared<MemoryLogSink>(), "StoreBench"));
     if (!opened) {
         std::fprintf(stderr, "%s\n", opened.error().message.c_str());
         std::abort();
@@ -327,8 +338,8 @@ void benchMerging(const std::filesystem::path& folder, std::size_t documents) {
         engineCpu += cpuMilliseconds() - between;
         if (start > documents / 2 && memoryAtStart == 0) memoryAtStart = residentKilobytes();
     }
-    std::printf("merge of %zu documents, one save each: bare %.0f ms, engine %.0f ms, ratio %.2f (at most 2.0)\n", documents,
-                bareTime, engineTime, engineTime / bareTime);
+    std::printf("merge of %zu documents, one save each: bare %.0f ms, engine %.0f ms, ratio %.2f (at most 2.0)\n",
+                documents, bareTime, engineTime, engineTime / bareTime);
     std::printf("  processor time alone: bare %.1f us a document, engine %.1f us, ratio %.2f\n",
                 bareCpu * 1000 / static_cast<double>(documents), engineCpu * 1000 / static_cast<double>(documents),
                 engineCpu / bareCpu);
@@ -371,11 +382,14 @@ void benchOpening(const std::filesystem::path& folder, std::size_t documents) {
             if (bytes == 0) std::abort();
         }));
     }
-    std::printf("opening %zu documents and reading the first 50 by date: bare %.3f ms, engine %.3f ms, ratio %.2f (at most 1.5)\n",
+    std::printf("opening %zu documents and reading the first 50 by date: bare %.3f ms, engine %.3f ms, ratio %.2f (at "
+                "most 1.5)\n",
                 documents, median(bareTimes), median(engineTimes), median(engineTimes) / median(bareTimes));
     auto container = openStore(file);
     std::printf("  all ids by date: %.1f ms\n", milliseconds([&] {
-                    if (container->fetchIDs({.entity = "Document", .predicate = {}, .sort = {{"created"}}, .limit = {}})->size() != documents) std::abort();
+                    if (container->fetchIDs({.entity = "Document", .predicate = {}, .sort = {{"created"}}, .limit = {}})
+                            ->size() != documents)
+                        std::abort();
                 }));
 }
 

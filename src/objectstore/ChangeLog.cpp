@@ -91,7 +91,8 @@ ChangeLog::ChangeLog(std::uint64_t store, std::int64_t writer, std::vector<std::
 
 std::string ChangeLog::encode(const ChangeSet& changes) const {
     std::string bytes;
-    if (changes.everything || changes.inserted.size() + changes.updated.size() + changes.deleted.size() > kMostChanges) {
+    if (changes.everything ||
+        changes.inserted.size() + changes.updated.size() + changes.deleted.size() > kMostChanges) {
         bytes = kEverything;
         return bytes;
     }
@@ -115,7 +116,8 @@ ChangeSet ChangeLog::decode(std::string_view bytes) const {
             const auto number = readNumber(bytes);
             const auto count = readNumber(bytes);
             if (!number || !count || *count > bytes.size()) return everything;
-            const auto found = std::find(m_entityNumbers.begin(), m_entityNumbers.end(), static_cast<std::int64_t>(*number));
+            const auto found =
+                std::find(m_entityNumbers.begin(), m_entityNumbers.end(), static_cast<std::int64_t>(*number));
             std::uint64_t row = 0;
             for (std::uint64_t i = 0; i < *count; ++i) {
                 const auto difference = readNumber(bytes);

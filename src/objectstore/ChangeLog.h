@@ -11,9 +11,9 @@
 
 namespace ledgerfinch {
 
-/// The log of changes in the file: an entry for each transaction that a context saved, numbered without gaps, the oldest
-/// pruned. Through it processes learn of each other's commits. Entities are named by their number in the file, because
-/// a process with another model may read it.
+/// The log of changes in the file: an entry for each transaction that a context saved, numbered without gaps, the
+/// oldest pruned. Through it processes learn of each other's commits. Entities are named by their number in the file,
+/// because a process with another model may read it.
 class ChangeLog {
 public:
     ChangeLog(std::uint64_t store, std::int64_t writer, std::vector<std::int64_t> entityNumbers);

@@ -11,7 +11,8 @@ using RowSet = std::set<std::int64_t>;
 std::vector<ResolvedPath> pathsOf(const FetchRequest& request, const Model& model, const Entity& entity) {
     std::vector<ResolvedPath> paths;
     const auto add = [&](const std::vector<std::string>& names) {
-        if (auto path = resolvePath(model, entity, names); path && !path->hops.empty()) paths.push_back(std::move(*path));
+        if (auto path = resolvePath(model, entity, names); path && !path->hops.empty())
+            paths.push_back(std::move(*path));
     };
     if (request.predicate) {
         std::vector<const predicate::KeyPath*> keyPaths;
@@ -48,14 +49,16 @@ Result<RowSet> ContextEngine::affectedRows(const FetchRequest& request, const En
             for (const std::int64_t row : reached) {
                 if (relation.storage == RelationStorage::Column) {
                     auto holders = queryMembers(relation.target, relation.inverse, row);
-                    if (!holders) return Error{"The store failed while looking for what changed.",
-                                               static_cast<int>(StoreErrorCode::Failed)};
+                    if (!holders)
+                        return Error{"The store failed while looking for what changed.",
+                                     static_cast<int>(StoreErrorCode::Failed)};
                     before.insert(holders->begin(), holders->end());
                 } else {
                     const auto holder = materialize(relation.target, row);
                     ensureLoaded(*holder);
                     const auto column = sql[relation.target].columnOfRelation[relation.inverse];
-                    if (const std::int64_t own = stateOf(*holder).row(static_cast<std::size_t>(column))) before.insert(own);
+                    if (const std::int64_t own = stateOf(*holder).row(static_cast<std::size_t>(column)))
+                        before.insert(own);
                 }
             }
             reached = std::move(before);

@@ -109,8 +109,9 @@ void ContextEngine::rebase(ManagedObject& object) {
             const auto shift = [&](const Value& end, bool add) {
                 const std::int64_t row = std::get<std::int64_t>(end);
                 if (row == 0) return;
-                shiftDelta({static_cast<std::uint32_t>(relation.target), static_cast<std::uint32_t>(relation.inverse), row},
-                           id.row, add);
+                shiftDelta(
+                    {static_cast<std::uint32_t>(relation.target), static_cast<std::uint32_t>(relation.inverse), row},
+                    id.row, add);
                 if (const auto other = alive(relation.target, row)) stateOf(*other).dropSet(relation.inverse);
             };
             shift(base, true);

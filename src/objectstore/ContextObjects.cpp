@@ -261,7 +261,8 @@ void ContextEngine::refreshObject(ManagedObject& object, MergeChanges mergeChang
 }
 
 void ContextEngine::rollbackAll() {
-    auto objects = std::exchange(pending, std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>>(identity.size()));
+    auto objects =
+        std::exchange(pending, std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>>(identity.size()));
     const auto forgotten = std::exchange(deltas, {});
     removedCount = 0;
     incompleteChange.reset();

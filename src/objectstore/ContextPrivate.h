@@ -26,7 +26,8 @@ struct SetKey {
 };
 struct SetKeyHash {
     std::size_t operator()(const SetKey& key) const noexcept {
-        const auto mixed = static_cast<std::uint64_t>(key.row) * 0x9e3779b97f4a7c15ULL + key.entity * 1021U + key.relation;
+        const auto mixed =
+            static_cast<std::uint64_t>(key.row) * 0x9e3779b97f4a7c15ULL + key.entity * 1021U + key.relation;
         return static_cast<std::size_t>(mixed ^ (mixed >> 29));
     }
 };
@@ -78,9 +79,9 @@ struct ManagedObjectContext::Private {
         std::unordered_map<std::int64_t, std::weak_ptr<ManagedObject>> objects;
         std::size_t sweepAt = 256;
     };
-    std::vector<Identity> identity;                                             ///< by entity
-    std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>> pending;  ///< by entity: touched, held strongly
-    std::size_t removedCount = 0;                                               ///< pending deletions
+    std::vector<Identity> identity;                                            ///< by entity
+    std::vector<std::unordered_map<std::int64_t, Ref<ManagedObject>>> pending; ///< by entity: touched, held strongly
+    std::size_t removedCount = 0;                                              ///< pending deletions
 
     sqlite::Database* database(); ///< opened on first use; null on failure
     Error databaseError;

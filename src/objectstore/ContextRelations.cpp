@@ -29,8 +29,7 @@ void eraseSorted(std::vector<std::int64_t>& rows, std::int64_t row) {
 
 const SetDelta* ContextEngine::delta(std::size_t entity, std::size_t relation, std::int64_t row) const {
     if (deltas.empty()) return nullptr;
-    const auto found =
-        deltas.find({static_cast<std::uint32_t>(entity), static_cast<std::uint32_t>(relation), row});
+    const auto found = deltas.find({static_cast<std::uint32_t>(entity), static_cast<std::uint32_t>(relation), row});
     return found == deltas.end() ? nullptr : &found->second;
 }
 
@@ -62,7 +61,7 @@ void ContextEngine::linkPair(std::size_t entity, std::size_t relationIndex, std:
 }
 
 std::optional<std::vector<std::int64_t>> ContextEngine::queryMembers(std::size_t entity, std::size_t relation,
-                                                                      std::int64_t row) {
+                                                                     std::int64_t row) {
     std::vector<std::int64_t> rows;
     const RelationSql& relationSql = sql[entity].relations[relation];
     sqlite::Database* db = database();
@@ -162,7 +161,8 @@ bool ContextEngine::isMember(ManagedObject& object, std::size_t relationIndex, s
             statement->bind(2, member);
             code = statement->step();
         }
-        if (code != SQLITE_ROW && code != SQLITE_DONE) readFailed("Reading a relation failed", db->lastError(relation.table));
+        if (code != SQLITE_ROW && code != SQLITE_DONE)
+            readFailed("Reading a relation failed", db->lastError(relation.table));
         return code == SQLITE_ROW;
     }
     const auto other = materialize(relation.target, member);
@@ -174,7 +174,8 @@ std::int64_t ContextEngine::toOneRow(ManagedObject& object, std::size_t relation
     const ObjectState& state = stateOf(object);
     if (relation.storage == RelationStorage::Column) {
         ensureLoaded(object);
-        const std::int64_t row = state.row(static_cast<std::size_t>(sql[object.objectID().entity].columnOfRelation[relationIndex]));
+        const std::int64_t row =
+            state.row(static_cast<std::size_t>(sql[object.objectID().entity].columnOfRelation[relationIndex]));
         return row != 0 && isRemoved(relation.target, row) ? 0 : row;
     }
     const auto rows = visibleMembers(object, relationIndex);
@@ -182,8 +183,8 @@ std::int64_t ContextEngine::toOneRow(ManagedObject& object, std::size_t relation
 }
 
 bool ContextEngine::canRelate(const ManagedObject& object, const ManagedObject& target, std::size_t relation) const {
-    const bool fits = target.context() == object.context() &&
-                      target.objectID().entity == object.entity().relations[relation].target;
+    const bool fits =
+        target.context() == object.context() && target.objectID().entity == object.entity().relations[relation].target;
     assert(fits && "a relation joins objects of one context");
     const ObjectState& state = stateOf(target);
     return fits && !state.gone && !state.removed;

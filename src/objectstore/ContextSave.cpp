@@ -56,8 +56,8 @@ std::vector<Ref<ManagedObject>> ContextEngine::closureOf(ManagedObject& start) {
         for (std::size_t i = 0; i < object->entity().relations.size(); ++i) {
             const Relation& relation = object->entity().relations[i];
             if (relation.storage == RelationStorage::Column) {
-                const auto target =
-                    pendingObject(relation.target, state.row(static_cast<std::size_t>(sql[id.entity].columnOfRelation[i])));
+                const auto target = pendingObject(
+                    relation.target, state.row(static_cast<std::size_t>(sql[id.entity].columnOfRelation[i])));
                 if (target && stateOf(*target).inserted) open.push_back(target);
             }
             if (state.removed && relation.description.deleteRule == DeleteRule::Cascade) {
@@ -86,7 +86,8 @@ std::vector<ObjectID> ContextEngine::objectIDsInStore(ManagedObject& object, std
     const Relation& relation = object.entity().relations[relationIndex];
     const ObjectID& id = object.objectID();
     if (relation.storage == RelationStorage::Column) {
-        const std::int64_t row = stateOf(object).row(static_cast<std::size_t>(sql[id.entity].columnOfRelation[relationIndex]));
+        const std::int64_t row =
+            stateOf(object).row(static_cast<std::size_t>(sql[id.entity].columnOfRelation[relationIndex]));
         if (row != 0) ids.push_back(idOf(relation.target, row));
         return ids;
     }
@@ -122,7 +123,8 @@ SavePlan makePlan(ContextEngine& engine, const std::vector<Ref<ManagedObject>>& 
     for (const auto& [key, change] : engine.deltas) {
         const Relation& relation = engine.sql[key.entity].entity->relations[key.relation];
         // Every pair is noted at both ends; the first side writes it.
-        if (relation.storage != RelationStorage::JoinTable || !engine.sql[key.entity].relations[key.relation].isFirstSide)
+        if (relation.storage != RelationStorage::JoinTable ||
+            !engine.sql[key.entity].relations[key.relation].isFirstSide)
             continue;
         for (const bool add : {false, true})
             for (const std::int64_t member : add ? change.added : change.removed)
@@ -131,7 +133,8 @@ SavePlan makePlan(ContextEngine& engine, const std::vector<Ref<ManagedObject>>& 
                     plan.pairs.push_back({key.entity, key.relation, key.row, member, add});
     }
     std::sort(plan.pairs.begin(), plan.pairs.end(), [](const SavePlan::Pair& a, const SavePlan::Pair& b) {
-        return std::tie(a.entity, a.relation, a.add, a.row, a.member) < std::tie(b.entity, b.relation, b.add, b.row, b.member);
+        return std::tie(a.entity, a.relation, a.add, a.row, a.member) <
+               std::tie(b.entity, b.relation, b.add, b.row, b.member);
     });
     return plan;
 }

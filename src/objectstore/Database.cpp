@@ -64,10 +64,16 @@ Error makeError(int resultCode, sqlite3* handle, std::string_view what) {
     return Error{std::move(message), static_cast<int>(code)};
 }
 
-Statement::~Statement() { sqlite3_finalize(m_handle); }
+Statement::~Statement() {
+    sqlite3_finalize(m_handle);
+}
 
-void Statement::bind(int position, std::int64_t number) { sqlite3_bind_int64(m_handle, position, number); }
-void Statement::bind(int position, double number) { sqlite3_bind_double(m_handle, position, number); }
+void Statement::bind(int position, std::int64_t number) {
+    sqlite3_bind_int64(m_handle, position, number);
+}
+void Statement::bind(int position, double number) {
+    sqlite3_bind_double(m_handle, position, number);
+}
 void Statement::bindText(int position, std::string_view text) {
     sqlite3_bind_text64(m_handle, position, text.data() ? text.data() : "", text.size(), SQLITE_STATIC, SQLITE_UTF8);
 }
@@ -75,15 +81,29 @@ void Statement::bindBlob(int position, const void* bytes, std::size_t size) {
     // A null pointer would bind NULL instead of an empty blob.
     sqlite3_bind_blob64(m_handle, position, size ? bytes : "", size, SQLITE_STATIC);
 }
-void Statement::bindNull(int position) { sqlite3_bind_null(m_handle, position); }
+void Statement::bindNull(int position) {
+    sqlite3_bind_null(m_handle, position);
+}
 
-int Statement::step() { return sqlite3_step(m_handle); }
-void Statement::reset() { sqlite3_reset(m_handle); }
-bool Statement::readsOnly() const { return sqlite3_stmt_readonly(m_handle) != 0; }
+int Statement::step() {
+    return sqlite3_step(m_handle);
+}
+void Statement::reset() {
+    sqlite3_reset(m_handle);
+}
+bool Statement::readsOnly() const {
+    return sqlite3_stmt_readonly(m_handle) != 0;
+}
 
-bool Statement::isNull(int column) const { return sqlite3_column_type(m_handle, column) == SQLITE_NULL; }
-std::int64_t Statement::integer(int column) const { return sqlite3_column_int64(m_handle, column); }
-double Statement::real(int column) const { return sqlite3_column_double(m_handle, column); }
+bool Statement::isNull(int column) const {
+    return sqlite3_column_type(m_handle, column) == SQLITE_NULL;
+}
+std::int64_t Statement::integer(int column) const {
+    return sqlite3_column_int64(m_handle, column);
+}
+double Statement::real(int column) const {
+    return sqlite3_column_double(m_handle, column);
+}
 
 std::string_view Statement::text(int column) const {
     const unsigned char* bytes = sqlite3_column_text(m_handle, column);
@@ -139,7 +159,9 @@ Database::~Database() {
     sqlite3_close_v2(m_handle);
 }
 
-int Database::execute(const char* script) { return sqlite3_exec(m_handle, script, nullptr, nullptr, nullptr); }
+int Database::execute(const char* script) {
+    return sqlite3_exec(m_handle, script, nullptr, nullptr, nullptr);
+}
 
 std::unique_ptr<Statement> Database::prepare(std::string_view sql) {
     sqlite3_stmt* handle = nullptr;
@@ -176,16 +198,27 @@ Statement* Database::statement(std::size_t slot, const std::string& sql) {
     return m_slots[slot].get();
 }
 
-Error Database::lastError(std::string_view what) const { return makeError(lastCode(), m_handle, what); }
-int Database::lastCode() const { return sqlite3_extended_errcode(m_handle); }
-std::int64_t Database::changes() const { return sqlite3_changes64(m_handle); }
-std::int64_t Database::totalChanges() const { return sqlite3_total_changes64(m_handle); }
-void Database::interrupt() { sqlite3_interrupt(m_handle); }
+Error Database::lastError(std::string_view what) const {
+    return makeError(lastCode(), m_handle, what);
+}
+int Database::lastCode() const {
+    return sqlite3_extended_errcode(m_handle);
+}
+std::int64_t Database::changes() const {
+    return sqlite3_changes64(m_handle);
+}
+std::int64_t Database::totalChanges() const {
+    return sqlite3_total_changes64(m_handle);
+}
+void Database::interrupt() {
+    sqlite3_interrupt(m_handle);
+}
 
 bool Database::fingerprint(Fingerprint& result) {
     if (!m_walIndex) {
         sqlite3_file* file = nullptr;
-        if (sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file) return false;
+        if (sqlite3_file_control(m_handle, "main", SQLITE_FCNTL_FILE_POINTER, &file) != SQLITE_OK || !file)
+            return false;
         if (!file->pMethods || file->pMethods->iVersion < 2 || !file->pMethods->xShmMap) return false;
         // Region 0, 32 KB, not extended when it isn't there yet. The map lives as long as the connection.
         volatile void* region = nullptr;

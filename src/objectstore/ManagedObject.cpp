@@ -20,12 +20,15 @@ ContextEngine* engineOf(const ManagedObject& object) {
 }
 
 /// Loading changes what an object caches, not what it is.
-ManagedObject& mutableObject(const ManagedObject& object) { return const_cast<ManagedObject&>(object); }
+ManagedObject& mutableObject(const ManagedObject& object) {
+    return const_cast<ManagedObject&>(object);
+}
 
 /// Where a to-one column lies when no engine is there to tell.
 std::size_t columnOf(const Entity& entity, std::size_t relation) {
     const auto end = entity.relations.begin() + static_cast<std::ptrdiff_t>(relation);
-    return entity.attributes.size() + static_cast<std::size_t>(std::count_if(entity.relations.begin(), end, [](const Relation& earlier) {
+    return entity.attributes.size() +
+           static_cast<std::size_t>(std::count_if(entity.relations.begin(), end, [](const Relation& earlier) {
                return earlier.storage == RelationStorage::Column;
            }));
 }
@@ -52,9 +55,13 @@ bool ManagedObject::isUpdated() const {
     return engine && engine->isEffective(*this);
 }
 
-bool ManagedObject::isDeleted() const { return m_state && (m_state->removed || m_state->gone); }
+bool ManagedObject::isDeleted() const {
+    return m_state && (m_state->removed || m_state->gone);
+}
 
-bool ManagedObject::isFault() const { return m_state && !m_state->loaded && !m_state->gone; }
+bool ManagedObject::isFault() const {
+    return m_state && !m_state->loaded && !m_state->gone;
+}
 
 bool ManagedObject::hasChanged(std::string_view property) const {
     if (!m_state || m_state->gone) return false;

@@ -25,9 +25,8 @@ Error unknownEntity(std::string_view name) {
 } // namespace
 
 ContextEngine::Private(PersistentContainer& ofContainer, ContextQueue queueKind)
-    : container(ofContainer), sql(sharedBy(ofContainer).sql), kind(queueKind),
-      identity(sql.model().entities().size()), pending(sql.model().entities().size()),
-      idCaches(sql.model().entities().size()) {}
+    : container(ofContainer), sql(sharedBy(ofContainer).sql), kind(queueKind), identity(sql.model().entities().size()),
+      pending(sql.model().entities().size()), idCaches(sql.model().entities().size()) {}
 
 ContextEngine::~Private() {
     if (connection) sharedBy(container).giveBack(std::move(connection));
@@ -51,7 +50,7 @@ void ContextEngine::runBlock(const std::function<void()>& block) {
         Entry& operator=(const Entry&) = delete;
         ContextEngine& engine;
     } entry(*this);
-    if (depth == 1) {
+    if (depth == 1 && self) {
         lookAround();
         takeInbox(true);
     }
@@ -86,23 +85,33 @@ ManagedObjectContext::~ManagedObjectContext() {
         const std::lock_guard guard(m_d->queueMutex);
         queue = std::move(m_d->queue);
     }
-    if (queue && queue->isCurrent()) {
-        // Ended by its own last block: the thread can't join itself.
-        auto* leaving = queue.release();
-        runOnUtilityQueue([leaving] { std::unique_ptr<DispatchQueue>(leaving).reset(); });
-    }
-    queue.reset(); // finishes what is queued
+    // Let go by a block of its own, the context can't wait for that block to end; somebody else does.
+    const bool isInside = m_d->kind == ContextQueue::Private && m_d->isInQueue();
+    if (!isInside) queue.reset(); // finishes what is queued
     m_d->inbox->context = nullptr;
+    m_d->self = nullptr;
     for (const auto& known : m_d->identity)
         for (const auto& [row, weak] : known.objects)
             if (const auto object = weak.lock()) ObjectStoreAccess::detach(*object);
     m_d->pending.clear();
+    if (!isInside) return;
+    runOnUtilityQueue([leavingQueue = queue.release(), engine = m_d.release()] {
+        std::unique_ptr<DispatchQueue>(leavingQueue).reset();
+        const std::unique_ptr<Private> leavingEngine(engine);
+        const std::lock_guard untilTheBlockHasEnded(leavingEngine->lock);
+    });
 }
 
-PersistentContainer& ManagedObjectContext::container() const { return m_d->container; }
-const Model& ManagedObjectContext::model() const { return m_d->sql.model(); }
+PersistentContainer& ManagedObjectContext::container() const {
+    return m_d->container;
+}
+const Model& ManagedObjectContext::model() const {
+    return m_d->sql.model();
+}
 
-void ManagedObjectContext::setMergePolicy(MergePolicy policy) { m_d->policy = policy; }
+void ManagedObjectContext::setMergePolicy(MergePolicy policy) {
+    m_d->policy = policy;
+}
 
 void ManagedObjectContext::setAutomaticallyMergesChangesFromParent(bool automatic) {
     m_d->inbox->mergesAutomatically = automatic;
@@ -118,7 +127,7 @@ void ManagedObjectContext::perform(std::function<void()> block) {
     }
     const std::lock_guard guard(m_d->queueMutex);
     if (!m_d->queue) m_d->queue = std::make_unique<DispatchQueue>("context");
-    m_d->queue->async([this, block = std::move(block)] { m_d->runBlock(block); });
+    m_d->queue->async([engine = m_d.get(), block = std::move(block)] { engine->runBlock(block); });
 }
 
 void ManagedObjectContext::performAndWait(const std::function<void()>& block) {
@@ -189,7 +198,8 @@ Ref<ManagedObject> ManagedObjectContext::firstWithID(std::string_view entityName
 
 Ref<ManagedObject> ManagedObjectContext::object(const ObjectID& id) {
     auto& engine = entered(*m_d);
-    const bool isOurs = id.isValid() && id.store == sharedBy(engine.container).identity && id.entity < engine.identity.size();
+    const bool isOurs =
+        id.isValid() && id.store == sharedBy(engine.container).identity && id.entity < engine.identity.size();
     return isOurs ? engine.materialize(id.entity, id.row) : nullptr;
 }
 
@@ -228,7 +238,9 @@ Result<void> ManagedObjectContext::saveOnly(ManagedObject& object) {
     return m_d->saveObjects(&objects);
 }
 
-void ManagedObjectContext::rollback() { entered(*m_d).rollbackAll(); }
+void ManagedObjectContext::rollback() {
+    entered(*m_d).rollbackAll();
+}
 
 void ManagedObjectContext::refresh(ManagedObject& object, MergeChanges merge) {
     if (object.context() == this) entered(*m_d).refreshObject(object, merge);
@@ -246,7 +258,8 @@ Subscription ManagedObjectContext::onChange(std::function<void(const ChangeSet&)
     const auto callbacks = m_d->callbacks;
     const std::lock_guard guard(callbacks->mutex);
     const std::uint64_t number = callbacks->next++;
-    callbacks->list.emplace_back(number, std::make_shared<const std::function<void(const ChangeSet&)>>(std::move(callback)));
+    callbacks->list.emplace_back(number,
+                                 std::make_shared<const std::function<void(const ChangeSet&)>>(std::move(callback)));
     return Subscription([callbacks, number] {
         const std::lock_guard inner(callbacks->mutex);
         std::erase_if(callbacks->list, [&](const auto& entry) { return entry.first == number; });

@@ -20,8 +20,12 @@ namespace {
 
 /// Names become names of tables and columns, and words of the predicate language.
 bool isSafeName(std::string_view name) {
-    const auto isLetter = [](char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; };
-    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    const auto isLetter = [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    };
+    const auto isDigit = [](char c) {
+        return c >= '0' && c <= '9';
+    };
     return !name.empty() && name.size() <= 100 && isLetter(name.front()) &&
            std::all_of(name.begin(), name.end(), [&](char c) { return isLetter(c) || isDigit(c); });
 }
@@ -114,7 +118,9 @@ Model::Model(std::string name, int version, std::vector<EntityDescription> entit
         entity.attributes = std::move(description.attributes);
         for (auto& relation : description.relations)
             entity.relations.emplace_back().description = std::move(relation);
-        entity.make = description.make ? std::move(description.make) : [] { return std::make_shared<ManagedObject>(); };
+        entity.make = description.make ? std::move(description.make) : [] {
+            return std::make_shared<ManagedObject>();
+        };
         m_entities.push_back(std::move(entity));
     }
 
@@ -130,8 +136,7 @@ Model::Model(std::string name, int version, std::vector<EntityDescription> entit
             const RelationDescription& back = target->relations[*inverse].description;
             if (back.target != entity.name || back.inverse != relation.description.name)
                 contradiction(m_name, label + " isn't the inverse of its inverse");
-            if (target->index == entity.index && *inverse == i)
-                contradiction(m_name, label + " is its own inverse");
+            if (target->index == entity.index && *inverse == i) contradiction(m_name, label + " is its own inverse");
             relation.target = target->index;
             relation.inverse = *inverse;
         }

@@ -23,14 +23,14 @@ struct ManagedObject::State {
     };
     enum class SavedAs : std::uint8_t { Nothing, Inserted, Updated, Deleted };
 
-    std::vector<Value> values;        ///< empty until the first load
-    std::vector<Original> originals;  ///< one for each column with an unsaved change
-    std::vector<LoadedSet> sets;      ///< relations at whose other end the truth lies, as far as they are loaded
+    std::vector<Value> values;       ///< empty until the first load
+    std::vector<Original> originals; ///< one for each column with an unsaved change
+    std::vector<LoadedSet> sets;     ///< relations at whose other end the truth lies, as far as they are loaded
     std::int64_t version = 0;
-    bool loaded = false;   ///< the values are those of the store (with unsaved changes on top)
-    bool inserted = false; ///< pending
-    bool removed = false;  ///< pending
-    bool gone = false;     ///< no row any more, or never to be one
+    bool loaded = false;                ///< the values are those of the store (with unsaved changes on top)
+    bool inserted = false;              ///< pending
+    bool removed = false;               ///< pending
+    bool gone = false;                  ///< no row any more, or never to be one
     SavedAs savedAs = SavedAs::Nothing; ///< while the hooks after a save run
 
     [[nodiscard]] const Value* original(std::size_t column) const {
@@ -73,7 +73,11 @@ using ObjectState = ObjectStoreAccess::State;
 using ContextEngine = ObjectStoreAccess::Engine;
 using SharedStore = ObjectStoreAccess::Shared;
 
-inline SharedStore& sharedBy(PersistentContainer& container) { return ObjectStoreAccess::shared(container); }
-inline ObjectState& stateOf(const ManagedObject& object) { return ObjectStoreAccess::state(object); }
+inline SharedStore& sharedBy(PersistentContainer& container) {
+    return ObjectStoreAccess::shared(container);
+}
+inline ObjectState& stateOf(const ManagedObject& object) {
+    return ObjectStoreAccess::state(object);
+}
 
 } // namespace ledgerfinch

@@ -101,7 +101,9 @@ void PersistentContainer::Private::tellRemoteChange() {
 
 PersistentContainer::PersistentContainer(std::unique_ptr<Private> d) : m_d(std::move(d)) {}
 
-PersistentContainer::~PersistentContainer() { m_d->viewContext.reset(); }
+PersistentContainer::~PersistentContainer() {
+    m_d->viewContext.reset();
+}
 
 Result<std::shared_ptr<PersistentContainer>> PersistentContainer::open(const Model& model, StoreDescription description,
                                                                        const Logger& log) {
@@ -126,17 +128,24 @@ Result<std::shared_ptr<PersistentContainer>> PersistentContainer::open(const Mod
     return std::shared_ptr<PersistentContainer>(new PersistentContainer(std::move(d)));
 }
 
-const Model& PersistentContainer::model() const { return m_d->sql.model(); }
-const std::filesystem::path& PersistentContainer::file() const { return m_d->description.file; }
-std::uint64_t PersistentContainer::identity() const { return m_d->identity; }
-std::uint64_t PersistentContainer::rowsWritten() const { return m_d->rowsWritten; }
+const Model& PersistentContainer::model() const {
+    return m_d->sql.model();
+}
+const std::filesystem::path& PersistentContainer::file() const {
+    return m_d->description.file;
+}
+std::uint64_t PersistentContainer::identity() const {
+    return m_d->identity;
+}
+std::uint64_t PersistentContainer::rowsWritten() const {
+    return m_d->rowsWritten;
+}
 
 std::shared_ptr<ManagedObjectContext> PersistentContainer::viewContext() {
     // Owned by the container and kept alive with it, so that neither holds the other for ever.
     const std::lock_guard guard(m_d->viewContextMutex);
     if (!m_d->viewContext)
-        m_d->viewContext =
-            ObjectStoreAccess::makeContext(std::make_unique<ContextEngine>(*this, ContextQueue::Main));
+        m_d->viewContext = ObjectStoreAccess::makeContext(std::make_unique<ContextEngine>(*this, ContextQueue::Main));
     return {shared_from_this(), m_d->viewContext.get()};
 }
 
@@ -219,7 +228,9 @@ Result<void> PersistentContainer::batchDelete(std::string_view entityName) {
         sqlite::Database* database = m_d->utilityDatabase(error);
         if (!database) return error;
         sqlite::Transaction transaction(*database);
-        const auto fail = [&](int code) { result = database->error(code, "deleting all of " + entity->name); };
+        const auto fail = [&](int code) {
+            result = database->error(code, "deleting all of " + entity->name);
+        };
         if (const int code = transaction.begin(); code != SQLITE_OK) {
             fail(code);
             break;

@@ -16,7 +16,9 @@ bool isNil(const Expression& expression) {
     return literal && values::isAbsent(literal->value);
 }
 
-bool isNumeric(AttributeType type) { return type == AttributeType::Int64 || type == AttributeType::Boolean; }
+bool isNumeric(AttributeType type) {
+    return type == AttributeType::Int64 || type == AttributeType::Boolean;
+}
 
 bool comparePresent(const Value& left, Operator op, const Value& right) {
     const auto order = values::compare(left, right);
@@ -126,7 +128,9 @@ bool evaluate(const Node& node, const ManagedObject& object) {
                           [](const Constant& constant) { return constant.value; },
                           [&](const Comparison& comparison) { return evaluateComparison(comparison, object); },
                           [&](const Compound& compound) {
-                              const auto matches = [&](const NodePointer& part) { return evaluate(*part, object); };
+                              const auto matches = [&](const NodePointer& part) {
+                                  return evaluate(*part, object);
+                              };
                               return compound.kind == Compound::Kind::And
                                          ? std::all_of(compound.parts.begin(), compound.parts.end(), matches)
                                          : std::any_of(compound.parts.begin(), compound.parts.end(), matches);
@@ -138,6 +142,8 @@ bool evaluate(const Node& node, const ManagedObject& object) {
 
 } // namespace predicate
 
-bool Predicate::evaluate(const ManagedObject& object) const { return predicate::evaluate(*m_root, object); }
+bool Predicate::evaluate(const ManagedObject& object) const {
+    return predicate::evaluate(*m_root, object);
+}
 
 } // namespace ledgerfinch

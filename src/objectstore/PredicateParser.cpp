@@ -13,9 +13,15 @@ namespace {
 
 constexpr std::size_t kMaximumLength = 256 * 1024;
 
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool isNamePart(char c) { return isNameStart(c) || isDigit(c); }
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+bool isNameStart(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+bool isNamePart(char c) {
+    return isNameStart(c) || isDigit(c);
+}
 
 bool equalsWord(std::string_view text, std::string_view upperWord) {
     if (text.size() != upperWord.size()) return false;
@@ -26,7 +32,9 @@ bool equalsWord(std::string_view text, std::string_view upperWord) {
     return true;
 }
 
-NodePointer makeNode(decltype(Node::content) content) { return std::make_shared<const Node>(Node{std::move(content)}); }
+NodePointer makeNode(decltype(Node::content) content) {
+    return std::make_shared<const Node>(Node{std::move(content)});
+}
 
 /// Recursive descent over the text:
 ///
@@ -240,7 +248,8 @@ private:
         const std::string_view rest = m_text.substr(m_position);
         if (rest.size() < 10 || rest[4] != '-' || rest[7] != '-') return std::nullopt;
         std::size_t length = 10;
-        while (length < rest.size() && (isDigit(rest[length]) || std::string_view("T:.+-Z").find(rest[length]) != std::string_view::npos))
+        while (length < rest.size() &&
+               (isDigit(rest[length]) || std::string_view("T:.+-Z").find(rest[length]) != std::string_view::npos))
             ++length;
         const std::string_view text = rest.substr(0, length);
         auto time = dates::parseDateTime(text);
@@ -372,6 +381,8 @@ Predicate Predicate::anyOf(std::vector<Predicate> parts) {
     return Predicate(join(predicate::Compound::Kind::Or, std::move(nodes)));
 }
 
-Predicate Predicate::nothing() { return Predicate(makeNode(predicate::Constant{false})); }
+Predicate Predicate::nothing() {
+    return Predicate(makeNode(predicate::Constant{false}));
+}
 
 } // namespace ledgerfinch

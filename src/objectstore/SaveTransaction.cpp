@@ -68,8 +68,10 @@ int SaveTransaction::write() {
 
 bool SaveTransaction::isInsertedHere(std::size_t entity, std::int64_t row) const {
     const auto found = m_engine.pending[entity].find(row);
-    return found != m_engine.pending[entity].end() && stateOf(*found->second).inserted &&
-           std::find(m_plan.inserted.begin(), m_plan.inserted.end(), found->second) != m_plan.inserted.end();
+    if (found == m_engine.pending[entity].end() || !stateOf(*found->second).inserted) return false;
+    return m_plan.everything ||
+           std::binary_search(m_plan.inserted.begin(), m_plan.inserted.end(), found->second,
+                              [](const auto& a, const auto& b) { return a->objectID() < b->objectID(); });
 }
 
 int SaveTransaction::rowExists(std::size_t entity, std::int64_t row, bool& exists) {
@@ -296,8 +298,7 @@ int SaveTransaction::remove(std::size_t entity, std::int64_t row) {
     while (!open.empty()) {
         const ObjectID id = open.back();
         open.pop_back();
-        if (std::find(m_deleted.begin(), m_deleted.end(), id) != m_deleted.end()) continue;
-        m_deleted.push_back(id);
+        if (!m_deleted.insert(id).second) continue;
         if (const int code = noteNeighbours(id.entity, id.row, open); code != SQLITE_OK) return code;
     }
     const SlotSql& text = m_engine.sql[entity].remove;
@@ -309,15 +310,18 @@ int SaveTransaction::remove(std::size_t entity, std::int64_t row) {
 }
 
 void SaveTransaction::noteEndpoints() {
-    const auto idOf = [](const Ref<ManagedObject>& object) { return object->objectID(); };
+    const auto idOf = [](const Ref<ManagedObject>& object) {
+        return object->objectID();
+    };
     std::transform(m_plan.inserted.begin(), m_plan.inserted.end(), std::back_inserter(m_changes.inserted), idOf);
-    m_changes.deleted = m_deleted;
+    m_changes.deleted.assign(m_deleted.begin(), m_deleted.end());
     auto& updated = m_changes.updated;
     for (const auto& outcome : m_outcomes)
         if (!stateOf(*outcome.object).inserted) updated.push_back(outcome.object->objectID());
     for (const auto& pair : m_plan.pairs) {
         updated.push_back(m_engine.idOf(pair.entity, pair.row));
-        updated.push_back(m_engine.idOf(m_engine.sql[pair.entity].entity->relations[pair.relation].target, pair.member));
+        updated.push_back(
+            m_engine.idOf(m_engine.sql[pair.entity].entity->relations[pair.relation].target, pair.member));
     }
     for (const auto& outcome : m_outcomes) {
         const ManagedObject& object = *outcome.object;
@@ -339,7 +343,8 @@ void SaveTransaction::noteEndpoints() {
     makeUnique(updated);
     makeUnique(m_gone);
     const auto without = [&](const std::vector<ObjectID>& others) {
-        std::erase_if(updated, [&](const ObjectID& id) { return std::binary_search(others.begin(), others.end(), id); });
+        std::erase_if(updated,
+                      [&](const ObjectID& id) { return std::binary_search(others.begin(), others.end(), id); });
     };
     without(m_changes.inserted);
     without(m_changes.deleted);
@@ -365,8 +370,9 @@ void SaveTransaction::settle(const ManagedObject& object) {
 void SaveTransaction::settlePair(const SavePlan::Pair& pair) {
     const Relation& relation = m_engine.sql[pair.entity].entity->relations[pair.relation];
     m_engine.shiftDelta({pair.entity, pair.relation, pair.row}, pair.member, !pair.add);
-    m_engine.shiftDelta({static_cast<std::uint32_t>(relation.target), static_cast<std::uint32_t>(relation.inverse), pair.member},
-                        pair.row, !pair.add);
+    m_engine.shiftDelta(
+        {static_cast<std::uint32_t>(relation.target), static_cast<std::uint32_t>(relation.inverse), pair.member},
+        pair.row, !pair.add);
 }
 
 void SaveTransaction::apply() {
@@ -389,7 +395,8 @@ void SaveTransaction::apply() {
             const auto attribute = m_engine.sql[object->objectID().entity].idAttribute;
             if (attribute < 0) continue;
             const ObjectState& state = stateOf(*object);
-            if (const Value* original = state.original(static_cast<std::size_t>(attribute))) forgetId(*object, *original);
+            if (const Value* original = state.original(static_cast<std::size_t>(attribute)))
+                forgetId(*object, *original);
             forgetId(*object, state.values[static_cast<std::size_t>(attribute)]);
         }
     }

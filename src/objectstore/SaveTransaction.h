@@ -3,6 +3,7 @@
 
 #include "objectstore/ContextPrivate.h"
 
+#include <unordered_set>
 #include <vector>
 
 namespace ledgerfinch {
@@ -23,9 +24,7 @@ struct SavePlan {
     std::vector<Pair> pairs;
     bool everything = false; ///< nothing stays pending
 
-    [[nodiscard]] bool empty() const {
-        return inserted.empty() && updated.empty() && removed.empty() && pairs.empty();
-    }
+    [[nodiscard]] bool empty() const { return inserted.empty() && updated.empty() && removed.empty() && pairs.empty(); }
 };
 
 /// One save: writes a plan in one transaction, remembering what memory has to learn of it, which apply() teaches after
@@ -75,9 +74,9 @@ private:
     bool m_isCareful = false;
     bool m_hadConflict = false;
     std::vector<Outcome> m_outcomes;
-    std::vector<ObjectID> m_gone;       ///< rows that were to be changed or pointed to
-    std::vector<ObjectID> m_neighbours; ///< changed by the removal of others
-    std::vector<ObjectID> m_deleted;    ///< with what went in a cascade
+    std::vector<ObjectID> m_gone;                         ///< rows that were to be changed or pointed to
+    std::vector<ObjectID> m_neighbours;                   ///< changed by the removal of others
+    std::unordered_set<ObjectID, ObjectIDHash> m_deleted; ///< with what went in a cascade
     ChangeSet m_changes;
     std::uint64_t m_rowsWritten = 0;
 };

@@ -17,9 +17,13 @@ namespace {
 /// "LFst": the application id in the header of every store (https://www.sqlite.org/fileformat2.html, 1.3.14).
 constexpr std::uint32_t kApplicationID = 0x4c467374;
 
-Error refusal(StoreErrorCode code, std::string sentence) { return Error{std::move(sentence), static_cast<int>(code)}; }
+Error refusal(StoreErrorCode code, std::string sentence) {
+    return Error{std::move(sentence), static_cast<int>(code)};
+}
 
-std::string nameOf(const std::filesystem::path& file) { return "\"" + file.filename().string() + "\""; }
+std::string nameOf(const std::filesystem::path& file) {
+    return "\"" + file.filename().string() + "\"";
+}
 
 enum class Look { New, Ours, Unclear };
 
@@ -47,8 +51,8 @@ Result<Look> lookAtHeader(const std::filesystem::path& file, const Model& model)
     ::close(descriptor);
     if (size < 0) return refusal(StoreErrorCode::Unreadable, "The store " + nameOf(file) + " can't be read.");
     if (size == 0) return Look::New; // a creation that a crash ended before its first byte
-    if (size < 100 || std::string_view(reinterpret_cast<const char*>(header.data()), 16) !=
-                          std::string_view("SQLite format 3\0", 16))
+    if (size < 100 ||
+        std::string_view(reinterpret_cast<const char*>(header.data()), 16) != std::string_view("SQLite format 3\0", 16))
         return refusal(StoreErrorCode::Damaged, "The file " + nameOf(file) + " is no store, or damaged.");
     if (bigEndian(header, 68) != kApplicationID) return Look::Unclear;
     if (bigEndian(header, 60) > static_cast<std::uint32_t>(model.version())) return newerModel(file);
@@ -268,8 +272,7 @@ Result<void> migrate(sqlite::Database& database, const Model& model, const std::
     }
     if (auto done = Migration(database, model).run(); !done) return done;
 
-    const std::int64_t identity =
-        current->isEmpty ? randomNumber() : static_cast<std::int64_t>(current->identity);
+    const std::int64_t identity = current->isEmpty ? randomNumber() : static_cast<std::int64_t>(current->identity);
     if (database.execute("DELETE FROM lf_meta") != SQLITE_OK) return database.lastError("describing the store");
     sqlite::Use insert(database.statement("INSERT INTO lf_meta(model,version,hash,identity) VALUES(?,?,?,?)"));
     if (!insert) return database.lastError("describing the store");
@@ -291,7 +294,8 @@ Result<void> checkWritable(const std::filesystem::path& file, bool exists) {
     const std::filesystem::path folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
     if (exists && ::access(file.c_str(), R_OK) != 0)
         return refusal(StoreErrorCode::Unreadable, "The store " + nameOf(file) + " can't be read.");
-    if ((exists && ::access(file.c_str(), W_OK) != 0) || (::access(folder.c_str(), F_OK) == 0 && ::access(folder.c_str(), W_OK) != 0))
+    if ((exists && ::access(file.c_str(), W_OK) != 0) ||
+        (::access(folder.c_str(), F_OK) == 0 && ::access(folder.c_str(), W_OK) != 0))
         return refusal(StoreErrorCode::ReadOnly, "The store " + nameOf(file) + " can't be written to.");
     return {};
 }
@@ -336,9 +340,10 @@ Result<StoreFile> open(const Model& model, const StoreDescription& description, 
     if (*look == Look::Unclear) {
         // A database by its first bytes: ask it, without the right to write.
         const auto known = describeReadOnly(file, description, model);
-        // ReadOnly: a rollback journal asks for writing. A creation that a crash ended leaves one, beside a single page.
-        const bool wasBeingMade = !known && known.error().code == static_cast<int>(StoreErrorCode::ReadOnly) &&
-                                  sizeOf(file) <= 4096;
+        // ReadOnly: a rollback journal asks for writing. A creation that a crash ended leaves one, beside a single
+        // page.
+        const bool wasBeingMade =
+            !known && known.error().code == static_cast<int>(StoreErrorCode::ReadOnly) && sizeOf(file) <= 4096;
         if (!known && !wasBeingMade) return known.error();
     }
 

@@ -11,7 +11,9 @@ namespace {
 
 using namespace predicate;
 
-bool isNumeric(AttributeType type) { return type == AttributeType::Int64 || type == AttributeType::Boolean; }
+bool isNumeric(AttributeType type) {
+    return type == AttributeType::Int64 || type == AttributeType::Boolean;
+}
 
 std::string_view symbolOf(Operator op) {
     switch (op) {
@@ -189,7 +191,8 @@ std::vector<std::string> splitKeyPath(std::string_view keyPath) {
     }
 }
 
-std::optional<ResolvedPath> resolvePath(const Model& model, const Entity& entity, const std::vector<std::string>& names) {
+std::optional<ResolvedPath> resolvePath(const Model& model, const Entity& entity,
+                                        const std::vector<std::string>& names) {
     ResolvedPath path;
     path.last = &entity;
     for (std::size_t i = 0; i < names.size(); ++i) {

@@ -29,7 +29,8 @@ struct ResolvedPath {
     std::optional<std::size_t> attribute; ///< absent: the path ends with a relation
 };
 /// Nothing for unknown names and to-many relations.
-std::optional<ResolvedPath> resolvePath(const Model& model, const Entity& entity, const std::vector<std::string>& names);
+std::optional<ResolvedPath> resolvePath(const Model& model, const Entity& entity,
+                                        const std::vector<std::string>& names);
 std::vector<std::string> splitKeyPath(std::string_view keyPath);
 
 /// The condition on rows of the entity under the alias "t0". It says of every row what the evaluator says of the

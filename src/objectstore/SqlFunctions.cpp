@@ -34,7 +34,8 @@ void number(sqlite3_context* context, int, sqlite3_value** arguments) {
 
 int installFunctions(sqlite3* handle) {
     constexpr int kFlags = SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY;
-    if (const int code = sqlite3_create_function_v2(handle, "lf_number", 1, kFlags, nullptr, &number, nullptr, nullptr, nullptr);
+    if (const int code =
+            sqlite3_create_function_v2(handle, "lf_number", 1, kFlags, nullptr, &number, nullptr, nullptr, nullptr);
         code != SQLITE_OK)
         return code;
     return sqlite3_create_collation_v2(handle, "lf_localized", SQLITE_UTF8, nullptr, &compareLocalized, nullptr);

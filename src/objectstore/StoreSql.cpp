@@ -30,7 +30,8 @@ StoreSql::StoreSql(const Model& model) : m_model(model) {
         sql.columnOfRelation.assign(entity.relations.size(), -1);
         for (std::size_t i = 0; i < entity.relations.size(); ++i) {
             if (entity.relations[i].storage != RelationStorage::Column) continue;
-            sql.columnOfRelation[i] = static_cast<std::ptrdiff_t>(entity.attributes.size() + sql.columnRelations.size());
+            sql.columnOfRelation[i] =
+                static_cast<std::ptrdiff_t>(entity.attributes.size() + sql.columnRelations.size());
             sql.columnRelations.push_back(i);
         }
         if (const auto id = entity.attribute("id"); id && entity.attributes[*id].type == AttributeType::Int64)

@@ -18,24 +18,24 @@ struct SlotSql {
 
 /// The statements about one relation. Every list of rows is in ascending order.
 struct RelationSql {
-    SlotSql members;    ///< rows at the other end of ?1; not for a Column
-    SlotSql count;      ///< how many
-    SlotSql addPair;    ///< join table: own ?1, other ?2
-    SlotSql removePair; ///< the same
-    SlotSql hasPair;    ///< the same
-    SlotSql releaseOthers; ///< one-to-one Column: clears the column in every row but ?2 that holds ?1
+    SlotSql members;          ///< rows at the other end of ?1; not for a Column
+    SlotSql count;            ///< how many
+    SlotSql addPair;          ///< join table: own ?1, other ?2
+    SlotSql removePair;       ///< the same
+    SlotSql hasPair;          ///< the same
+    SlotSql releaseOthers;    ///< one-to-one Column: clears the column in every row but ?2 that holds ?1
     bool isFirstSide = false; ///< of a join table: the side that writes pairs
 };
 
 /// The statements about one entity. A row's columns are its attributes, then its to-one columns.
 struct EntitySql {
     const Entity* entity = nullptr;
-    std::vector<std::size_t> columnRelations;  ///< relations with a column, in column order
+    std::vector<std::size_t> columnRelations;     ///< relations with a column, in column order
     std::vector<std::ptrdiff_t> columnOfRelation; ///< the column of a relation, or -1
-    std::ptrdiff_t idAttribute = -1;           ///< the Int64 attribute "id"
-    std::string columnList;                    ///< version and all columns, of the alias "t0"
-    SlotSql load;                              ///< version and columns of row ?1
-    SlotSql insert;                            ///< row, columns
+    std::ptrdiff_t idAttribute = -1;              ///< the Int64 attribute "id"
+    std::string columnList;                       ///< version and all columns, of the alias "t0"
+    SlotSql load;                                 ///< version and columns of row ?1
+    SlotSql insert;                               ///< row, columns
     SlotSql remove;
     SlotSql exists;
     SlotSql firstWithID;

@@ -14,7 +14,9 @@ constexpr double kTwoTo63 = 9223372036854775808.0;
 std::strong_ordering compareBytes(std::string_view first, std::string_view second) {
     // char_traits<char> compares as unsigned bytes, as SQLite does.
     const int order = first.compare(second);
-    return order < 0 ? std::strong_ordering::less : order > 0 ? std::strong_ordering::greater : std::strong_ordering::equal;
+    return order < 0   ? std::strong_ordering::less
+           : order > 0 ? std::strong_ordering::greater
+                       : std::strong_ordering::equal;
 }
 
 /// Exact, also where a double can't hold the integer.
@@ -24,7 +26,7 @@ std::strong_ordering compareIntegerWithReal(std::int64_t integer, double real) {
     const auto whole = static_cast<std::int64_t>(real);
     if (integer != whole) return integer <=> whole;
     const double fraction = real - static_cast<double>(whole);
-    return fraction > 0 ? std::strong_ordering::less
+    return fraction > 0   ? std::strong_ordering::less
            : fraction < 0 ? std::strong_ordering::greater
                           : std::strong_ordering::equal;
 }

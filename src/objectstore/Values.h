@@ -19,7 +19,9 @@ std::optional<Value> fitted(Value value, AttributeType type);
 void bind(sqlite::Statement& statement, int position, const Value& value);
 Value read(const sqlite::Statement& statement, int column, AttributeType type);
 
-inline bool isAbsent(const Value& value) { return std::holds_alternative<std::monostate>(value); }
+inline bool isAbsent(const Value& value) {
+    return std::holds_alternative<std::monostate>(value);
+}
 
 /// Orders two present values of the same kind as the file does; numbers (Int64, Boolean, double) are of one kind.
 /// Nothing for different kinds.

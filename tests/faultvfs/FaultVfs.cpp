@@ -39,8 +39,12 @@ struct File {
     sqlite3_file* real() { return reinterpret_cast<sqlite3_file*>(this + 1); }
 };
 
-sqlite3_file* realOf(sqlite3_file* file) { return reinterpret_cast<File*>(file)->real(); }
-sqlite3_vfs* realOf(sqlite3_vfs* vfs) { return static_cast<sqlite3_vfs*>(vfs->pAppData); }
+sqlite3_file* realOf(sqlite3_file* file) {
+    return reinterpret_cast<File*>(file)->real();
+}
+sqlite3_vfs* realOf(sqlite3_vfs* vfs) {
+    return static_cast<sqlite3_vfs*>(vfs->pAppData);
+}
 
 template <class Call>
 int unlessDue(unsigned operation, Call call) {
@@ -48,7 +52,9 @@ int unlessDue(unsigned operation, Call call) {
     return code == SQLITE_OK ? call() : code;
 }
 
-int closeFile(sqlite3_file* file) { return realOf(file)->pMethods ? realOf(file)->pMethods->xClose(realOf(file)) : SQLITE_OK; }
+int closeFile(sqlite3_file* file) {
+    return realOf(file)->pMethods ? realOf(file)->pMethods->xClose(realOf(file)) : SQLITE_OK;
+}
 int readFile(sqlite3_file* file, void* bytes, int size, sqlite3_int64 offset) {
     return unlessDue(FaultVfs::Read, [&] { return realOf(file)->pMethods->xRead(realOf(file), bytes, size, offset); });
 }
@@ -65,26 +71,42 @@ int truncateFile(sqlite3_file* file, sqlite3_int64 size) {
 int syncFile(sqlite3_file* file, int flags) {
     return unlessDue(FaultVfs::Sync, [&] { return realOf(file)->pMethods->xSync(realOf(file), flags); });
 }
-int fileSize(sqlite3_file* file, sqlite3_int64* size) { return realOf(file)->pMethods->xFileSize(realOf(file), size); }
+int fileSize(sqlite3_file* file, sqlite3_int64* size) {
+    return realOf(file)->pMethods->xFileSize(realOf(file), size);
+}
 int lockFile(sqlite3_file* file, int level) {
     return unlessDue(FaultVfs::Lock, [&] { return realOf(file)->pMethods->xLock(realOf(file), level); });
 }
-int unlockFile(sqlite3_file* file, int level) { return realOf(file)->pMethods->xUnlock(realOf(file), level); }
-int checkReserved(sqlite3_file* file, int* result) { return realOf(file)->pMethods->xCheckReservedLock(realOf(file), result); }
+int unlockFile(sqlite3_file* file, int level) {
+    return realOf(file)->pMethods->xUnlock(realOf(file), level);
+}
+int checkReserved(sqlite3_file* file, int* result) {
+    return realOf(file)->pMethods->xCheckReservedLock(realOf(file), result);
+}
 int controlFile(sqlite3_file* file, int what, void* argument) {
     return realOf(file)->pMethods->xFileControl(realOf(file), what, argument);
 }
-int sectorSize(sqlite3_file* file) { return realOf(file)->pMethods->xSectorSize(realOf(file)); }
-int characteristics(sqlite3_file* file) { return realOf(file)->pMethods->xDeviceCharacteristics(realOf(file)); }
+int sectorSize(sqlite3_file* file) {
+    return realOf(file)->pMethods->xSectorSize(realOf(file));
+}
+int characteristics(sqlite3_file* file) {
+    return realOf(file)->pMethods->xDeviceCharacteristics(realOf(file));
+}
 int mapShared(sqlite3_file* file, int region, int size, int extend, void volatile** address) {
     return realOf(file)->pMethods->xShmMap(realOf(file), region, size, extend, address);
 }
 int lockShared(sqlite3_file* file, int offset, int count, int flags) {
-    const auto lock = [&] { return realOf(file)->pMethods->xShmLock(realOf(file), offset, count, flags); };
+    const auto lock = [&] {
+        return realOf(file)->pMethods->xShmLock(realOf(file), offset, count, flags);
+    };
     return (flags & SQLITE_SHM_LOCK) != 0 ? unlessDue(FaultVfs::Lock, lock) : lock();
 }
-void barrier(sqlite3_file* file) { realOf(file)->pMethods->xShmBarrier(realOf(file)); }
-int unmapShared(sqlite3_file* file, int remove) { return realOf(file)->pMethods->xShmUnmap(realOf(file), remove); }
+void barrier(sqlite3_file* file) {
+    realOf(file)->pMethods->xShmBarrier(realOf(file));
+}
+int unmapShared(sqlite3_file* file, int remove) {
+    return realOf(file)->pMethods->xShmUnmap(realOf(file), remove);
+}
 int fetchPage(sqlite3_file* file, sqlite3_int64 offset, int size, void** page) {
     return realOf(file)->pMethods->xFetch(realOf(file), offset, size, page);
 }
@@ -92,10 +114,10 @@ int unfetchPage(sqlite3_file* file, sqlite3_int64 offset, void* page) {
     return realOf(file)->pMethods->xUnfetch(realOf(file), offset, page);
 }
 
-const sqlite3_io_methods kMethods = {3,         closeFile,     readFile,    writeFile,     truncateFile,
-                                     syncFile,  fileSize,      lockFile,    unlockFile,    checkReserved,
-                                     controlFile, sectorSize,  characteristics, mapShared, lockShared,
-                                     barrier,   unmapShared,   fetchPage,   unfetchPage};
+const sqlite3_io_methods kMethods = {3,           closeFile,   readFile,        writeFile,  truncateFile,
+                                     syncFile,    fileSize,    lockFile,        unlockFile, checkReserved,
+                                     controlFile, sectorSize,  characteristics, mapShared,  lockShared,
+                                     barrier,     unmapShared, fetchPage,       unfetchPage};
 
 int openFile(sqlite3_vfs* vfs, sqlite3_filename name, sqlite3_file* file, int flags, int* outFlags) {
     file->pMethods = nullptr;
@@ -113,11 +135,21 @@ int accessFile(sqlite3_vfs* vfs, const char* name, int flags, int* result) {
 int fullPath(sqlite3_vfs* vfs, const char* name, int size, char* path) {
     return realOf(vfs)->xFullPathname(realOf(vfs), name, size, path);
 }
-int randomness(sqlite3_vfs* vfs, int size, char* bytes) { return realOf(vfs)->xRandomness(realOf(vfs), size, bytes); }
-int sleepFor(sqlite3_vfs* vfs, int microseconds) { return realOf(vfs)->xSleep(realOf(vfs), microseconds); }
-int currentTime(sqlite3_vfs* vfs, double* days) { return realOf(vfs)->xCurrentTime(realOf(vfs), days); }
-int lastError(sqlite3_vfs* vfs, int size, char* text) { return realOf(vfs)->xGetLastError(realOf(vfs), size, text); }
-int currentTime64(sqlite3_vfs* vfs, sqlite3_int64* time) { return realOf(vfs)->xCurrentTimeInt64(realOf(vfs), time); }
+int randomness(sqlite3_vfs* vfs, int size, char* bytes) {
+    return realOf(vfs)->xRandomness(realOf(vfs), size, bytes);
+}
+int sleepFor(sqlite3_vfs* vfs, int microseconds) {
+    return realOf(vfs)->xSleep(realOf(vfs), microseconds);
+}
+int currentTime(sqlite3_vfs* vfs, double* days) {
+    return realOf(vfs)->xCurrentTime(realOf(vfs), days);
+}
+int lastError(sqlite3_vfs* vfs, int size, char* text) {
+    return realOf(vfs)->xGetLastError(realOf(vfs), size, text);
+}
+int currentTime64(sqlite3_vfs* vfs, sqlite3_int64* time) {
+    return realOf(vfs)->xCurrentTimeInt64(realOf(vfs), time);
+}
 
 } // namespace
 

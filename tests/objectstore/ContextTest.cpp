@@ -6,7 +6,9 @@ namespace {
 
 using ::testing::Test;
 
-Timestamp at(std::int64_t seconds) { return Timestamp(std::chrono::seconds(seconds)); }
+Timestamp at(std::int64_t seconds) {
+    return Timestamp(std::chrono::seconds(seconds));
+}
 
 TEST_F(StoreTest, EveryKindOfValueComesBackAfterReopening) {
     const Uuid key = Uuid::random();
@@ -335,7 +337,8 @@ TEST_F(StoreTest, FetchSortsWithAbsentFirstAndRowsAsTies) {
     auto bank = named<Sender>(*view, 1, "bank");
     auto shop = named<Sender>(*view, 2, "Shop 10");
     auto store = named<Sender>(*view, 3, "Shop 9");
-    for (const auto& [id, sender] : std::vector<std::pair<int, Ref<Sender>>>{{1, shop}, {2, nullptr}, {3, bank}, {4, store}, {5, shop}}) {
+    for (const auto& [id, sender] :
+         std::vector<std::pair<int, Ref<Sender>>>{{1, shop}, {2, nullptr}, {3, bank}, {4, store}, {5, shop}}) {
         auto object = paper(*view, id);
         object->setToOne(Paper::Sender, sender.get());
         if (id != 2) object->setValue(Paper::Created, at(10 - id));
@@ -356,7 +359,8 @@ TEST_F(StoreTest, FetchSortsWithAbsentFirstAndRowsAsTies) {
         EXPECT_EQ(ids({{"sender.name", SortOrder::Descending}}), (L{3, 4, 1, 5, 2}));
         EXPECT_EQ(ids({{"sender.name", SortOrder::Ascending, SortComparison::LocalizedStandard}}), (L{2, 3, 4, 1, 5}));
         EXPECT_EQ(ids({{"no.such.key", SortOrder::Ascending}, {"sender", SortOrder::Descending}}), (L{1, 2, 3, 4, 5}));
-        auto window = view->fetch<Paper>({.entity = {}, .predicate = {}, .sort = {{"created"}}, .limit = 2, .offset = 1});
+        auto window =
+            view->fetch<Paper>({.entity = {}, .predicate = {}, .sort = {{"created"}}, .limit = 2, .offset = 1});
         ASSERT_TRUE(window);
         ASSERT_EQ(window->size(), 2U);
         EXPECT_EQ(window->front()->id(), 5);

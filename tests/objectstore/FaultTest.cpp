@@ -14,7 +14,9 @@ struct Kind {
     int code;
 };
 
-void PrintTo(const Kind& kind, std::ostream* out) { *out << kind.name; }
+void PrintTo(const Kind& kind, std::ostream* out) {
+    *out << kind.name;
+}
 
 class FaultTest : public ::testing::TestWithParam<Kind> {
 protected:
@@ -91,7 +93,8 @@ public:
 private:
     void open() {
         for (int attempt = 0; attempt < 3 && !m_container; ++attempt) {
-            auto opened = PersistentContainer::open(archiveModel(), {.file = m_folder / "store.sqlite", .vfs = FaultVfs::kName}, m_log);
+            auto opened = PersistentContainer::open(archiveModel(),
+                                                    {.file = m_folder / "store.sqlite", .vfs = FaultVfs::kName}, m_log);
             if (opened) {
                 m_container = *opened;
             } else {
@@ -173,7 +176,8 @@ TEST(FullDisk, LosesNothing) {
     FaultVfs::install();
     TemporaryFolder folder;
     const Logger log(std::make_shared<MemoryLogSink>(), "FaultTest");
-    auto container = *PersistentContainer::open(archiveModel(), {.file = folder.path / "store.sqlite", .vfs = FaultVfs::kName}, log);
+    auto container =
+        *PersistentContainer::open(archiveModel(), {.file = folder.path / "store.sqlite", .vfs = FaultVfs::kName}, log);
     auto view = container->viewContext();
     auto first = view->insert<Paper>();
     first->setTitle("First");
@@ -193,7 +197,9 @@ TEST(FullDisk, LosesNothing) {
     ASSERT_TRUE(view->save());
     auto check = container->newMainContext();
     EXPECT_EQ(*check->count({.entity = "Paper", .predicate = {}, .sort = {}, .limit = {}}), 400U);
-    EXPECT_EQ(*check->count({.entity = "Paper", .predicate = *Predicate::parse("title = 'Changed'"), .sort = {}, .limit = {}}), 1U);
+    EXPECT_EQ(*check->count(
+                  {.entity = "Paper", .predicate = *Predicate::parse("title = 'Changed'"), .sort = {}, .limit = {}}),
+              1U);
     EXPECT_TRUE(container->verify());
 }
 

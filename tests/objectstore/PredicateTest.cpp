@@ -45,9 +45,20 @@ TEST(PredicateLanguage, PrintsWhatItParsed) {
 
 TEST(PredicateLanguage, RefusesWithThePosition) {
     const std::pair<const char*, int> table[] = {
-        {"", 1},          {"id", 3},           {"id =", 5},      {"id = 5 AND", 11},   {"(id = 5", 8},
-        {"id = 5)", 7},   {"id = 'open", 11},  {"id = 5 6", 8},  {"id ~ 5", 4},        {"a. = 1", 3},
-        {"id = %d", 7},   {"id = 5x", 6},      {"x = CAST(1, \"NSData\")", 13}, {"id = %q", 7},
+        {"", 1},
+        {"id", 3},
+        {"id =", 5},
+        {"id = 5 AND", 11},
+        {"(id = 5", 8},
+        {"id = 5)", 7},
+        {"id = 'open", 11},
+        {"id = 5 6", 8},
+        {"id ~ 5", 4},
+        {"a. = 1", 3},
+        {"id = %d", 7},
+        {"id = 5x", 6},
+        {"x = CAST(1, \"NSData\")", 13},
+        {"id = %q", 7},
         {"title == 'a'b'", 13},
     };
     for (const auto& [format, position] : table) {
@@ -81,18 +92,51 @@ TEST_F(StoreTest, ComparesByTheKindOfTheAttribute) {
     auto bank = named<Sender>(*view, 3, "bank");
     object->setToOne(Paper::Sender, bank.get());
     const std::pair<std::string, bool> table[] = {
-        {"serial = ''", true},       {"serial != ''", false},     {"id > ''", true},          {"id = '5'", true},
-        {"id = '5.0'", true},        {"id = 'five'", false},      {"id != 'five'", false},    {"NOT id = 'five'", true},
-        {"5 = id", true},            {"4 < id", true},            {"id < 5.5", true},         {"id = 5.5", false},
-        {"flag = 1", true},          {"flag = true", true},       {"flag = 'x'", false},      {"title < 'g'", true},
-        {"title = 5", false},        {"picture = nil", true},     {"picture != nil", false},  {"picture != 5", false},
-        {"serial != nil", true},     {"sender = nil", false},     {"sender != nil", true},    {"owner = nil", true},
-        {"owner.id != 3", false},    {"NOT owner.id = 3", true},  {"owner.name = nil", true}, {"sender.id = 3", true},
-        {"sender.name = 'bank'", true}, {"created = 60", true},   {"created < '2001-01-02'", true},
-        {"created < 'soon'", false}, {"id = sender.id", false},   {"id > sender.id", true},   {"tags = nil", true},
-        {"nonsense = nil", true},    {"nonsense = 1", false},     {"nil = nil", true},        {"5 = '5'", true},
-        {"key = '" + key.text() + "'", true}, {"title = nil OR title < owner.name", false}, {"sender = 1", false},
-        {"serial > 9223372036854775808", false}, {"serial > -9223372036854775809", true}, {"id >= nil", false},
+        {"serial = ''", true},
+        {"serial != ''", false},
+        {"id > ''", true},
+        {"id = '5'", true},
+        {"id = '5.0'", true},
+        {"id = 'five'", false},
+        {"id != 'five'", false},
+        {"NOT id = 'five'", true},
+        {"5 = id", true},
+        {"4 < id", true},
+        {"id < 5.5", true},
+        {"id = 5.5", false},
+        {"flag = 1", true},
+        {"flag = true", true},
+        {"flag = 'x'", false},
+        {"title < 'g'", true},
+        {"title = 5", false},
+        {"picture = nil", true},
+        {"picture != nil", false},
+        {"picture != 5", false},
+        {"serial != nil", true},
+        {"sender = nil", false},
+        {"sender != nil", true},
+        {"owner = nil", true},
+        {"owner.id != 3", false},
+        {"NOT owner.id = 3", true},
+        {"owner.name = nil", true},
+        {"sender.id = 3", true},
+        {"sender.name = 'bank'", true},
+        {"created = 60", true},
+        {"created < '2001-01-02'", true},
+        {"created < 'soon'", false},
+        {"id = sender.id", false},
+        {"id > sender.id", true},
+        {"tags = nil", true},
+        {"nonsense = nil", true},
+        {"nonsense = 1", false},
+        {"nil = nil", true},
+        {"5 = '5'", true},
+        {"key = '" + key.text() + "'", true},
+        {"title = nil OR title < owner.name", false},
+        {"sender = 1", false},
+        {"serial > 9223372036854775808", false},
+        {"serial > -9223372036854775809", true},
+        {"id >= nil", false},
     };
     for (const char* when : {"pending", "saved"}) {
         for (const auto& [format, matches] : table) {
@@ -131,24 +175,46 @@ protected:
     std::size_t chance(std::size_t below) { return std::uniform_int_distribution<std::size_t>(0, below - 1)(random); }
 
     std::string text() {
-        return oneOf<std::string>({"", "a", "b", "B", "5", "5.0", "-3", "ä", "a b", "10", "x'y", "\xF0\x9F\x93\x84", "0"});
+        return oneOf<std::string>(
+            {"", "a", "b", "B", "5", "5.0", "-3", "ä", "a b", "10", "x'y", "\xF0\x9F\x93\x84", "0"});
     }
     std::int64_t number() { return oneOf<std::int64_t>({-3, 0, 1, 2, 5, 10, INT64_MAX, INT64_MIN}); }
-    Timestamp time() { return Timestamp(std::chrono::seconds(oneOf<std::int64_t>({-5, 0, 978307200, 978307205, 1'700'000'000}))); }
+    Timestamp time() {
+        return Timestamp(std::chrono::seconds(oneOf<std::int64_t>({-5, 0, 978307200, 978307205, 1'700'000'000})));
+    }
     Uuid key() { return oneOf(keys); }
 
     void change(Paper& object) {
         switch (chance(9)) {
-        case 0: object.setValue(Paper::Id, number()); break;
-        case 1: object.setValue(Paper::Title, chance(4) ? Value(text()) : Value()); break;
-        case 2: object.setValue(Paper::Created, chance(4) ? Value(time()) : Value()); break;
-        case 3: object.setValue(Paper::Serial, number()); break;
-        case 4: object.setValue(Paper::Flag, chance(2) == 0); break;
-        case 5: object.setValue(Paper::Key, chance(3) ? Value(key()) : Value()); break;
-        case 6: object.setToOne(Paper::Sender, pick(senders).get()); break;
-        case 7: object.setToOne(Paper::Owner, pick(persons).get()); break;
-        case 8: object.setToOne(Paper::Body, pick(bodies).get()); break;
-        default: break;
+        case 0:
+            object.setValue(Paper::Id, number());
+            break;
+        case 1:
+            object.setValue(Paper::Title, chance(4) ? Value(text()) : Value());
+            break;
+        case 2:
+            object.setValue(Paper::Created, chance(4) ? Value(time()) : Value());
+            break;
+        case 3:
+            object.setValue(Paper::Serial, number());
+            break;
+        case 4:
+            object.setValue(Paper::Flag, chance(2) == 0);
+            break;
+        case 5:
+            object.setValue(Paper::Key, chance(3) ? Value(key()) : Value());
+            break;
+        case 6:
+            object.setToOne(Paper::Sender, pick(senders).get());
+            break;
+        case 7:
+            object.setToOne(Paper::Owner, pick(persons).get());
+            break;
+        case 8:
+            object.setToOne(Paper::Body, pick(bodies).get());
+            break;
+        default:
+            break;
         }
     }
 
@@ -160,38 +226,83 @@ protected:
 
     void changeSomething() {
         switch (chance(12)) {
-        case 0: papers.push_back(view->insert<Paper>()); break;
-        case 1: if (auto object = pick(papers); object && chance(3) == 0) view->remove(*object); break;
-        case 2: senders.push_back(named<Sender>(*view, number(), text())); break;
-        case 3: if (auto object = pick(senders); object && chance(4) == 0) view->remove(*object); break;
-        case 4: if (auto object = pick(senders)) object->setValue(Named::Name, text()); break;
-        case 5: persons.push_back(named<Person>(*view, number(), text())); break;
-        case 6: if (auto object = pick(persons)) object->setToOne(Person::CanEdit, pick(senders).get()); break;
-        case 7: if (auto object = pick(persons); object && chance(4) == 0) view->remove(*object); break;
+        case 0:
+            papers.push_back(view->insert<Paper>());
+            break;
+        case 1:
+            if (auto object = pick(papers); object && chance(3) == 0) view->remove(*object);
+            break;
+        case 2:
+            senders.push_back(named<Sender>(*view, number(), text()));
+            break;
+        case 3:
+            if (auto object = pick(senders); object && chance(4) == 0) view->remove(*object);
+            break;
+        case 4:
+            if (auto object = pick(senders)) object->setValue(Named::Name, text());
+            break;
+        case 5:
+            persons.push_back(named<Person>(*view, number(), text()));
+            break;
+        case 6:
+            if (auto object = pick(persons)) object->setToOne(Person::CanEdit, pick(senders).get());
+            break;
+        case 7:
+            if (auto object = pick(persons); object && chance(4) == 0) view->remove(*object);
+            break;
         case 8:
             bodies.push_back(view->insert<Body>());
             bodies.back()->setValue(Body::Text, text());
             break;
-        case 9: if (auto object = pick(bodies)) object->setToOne(Body::OfPaper, pick(papers).get()); break;
-        case 10: if (auto object = pick(bodies); object && chance(4) == 0) view->remove(*object); break;
-        default: break;
+        case 9:
+            if (auto object = pick(bodies)) object->setToOne(Body::OfPaper, pick(papers).get());
+            break;
+        case 10:
+            if (auto object = pick(bodies); object && chance(4) == 0) view->remove(*object);
+            break;
+        default:
+            break;
         }
         if (auto object = pick(papers)) change(*object);
     }
 
     std::string path() {
-        return oneOf<std::string>({"id", "serial", "flag", "title", "created", "key", "picture", "sender", "sender.name",
-                                   "sender.id", "owner.name", "owner", "owner.canEdit.name", "owner.canEdit", "body",
-                                   "body.text", "body.ofPaper.title", "tags", "nonsense.path", "title.name"});
+        return oneOf<std::string>({"id",
+                                   "serial",
+                                   "flag",
+                                   "title",
+                                   "created",
+                                   "key",
+                                   "picture",
+                                   "sender",
+                                   "sender.name",
+                                   "sender.id",
+                                   "owner.name",
+                                   "owner",
+                                   "owner.canEdit.name",
+                                   "owner.canEdit",
+                                   "body",
+                                   "body.text",
+                                   "body.ofPaper.title",
+                                   "tags",
+                                   "nonsense.path",
+                                   "title.name"});
     }
     std::string literal() {
         switch (chance(8)) {
-        case 0: return "nil";
-        case 1: return std::to_string(number() / 2);
-        case 2: return oneOf<std::string>({"0.5", "5.0", "-1e30", "9223372036854775808"});
-        case 3: return chance(2) ? "TRUE" : "NO";
-        case 4: return "'" + key().text() + "'";
-        case 5: return oneOf<std::string>({"CAST(5.0, \"NSDate\")", "2001-01-01T00:00:00Z", "CAST(-978307205, \"NSDate\")"});
+        case 0:
+            return "nil";
+        case 1:
+            return std::to_string(number() / 2);
+        case 2:
+            return oneOf<std::string>({"0.5", "5.0", "-1e30", "9223372036854775808"});
+        case 3:
+            return chance(2) ? "TRUE" : "NO";
+        case 4:
+            return "'" + key().text() + "'";
+        case 5:
+            return oneOf<std::string>(
+                {"CAST(5.0, \"NSDate\")", "2001-01-01T00:00:00Z", "CAST(-978307205, \"NSDate\")"});
         default: {
             std::string quotedText;
             for (const char c : text())
@@ -250,7 +361,8 @@ TEST_F(ChanceTest, StoreAndMemoryAndBothTogetherAnswerAlike) {
             ASSERT_TRUE(again) << printed;
             ASSERT_EQ(again->predicateFormat(), printed);
 
-            Question question{{.entity = "Paper", .predicate = i % 2 ? *predicate : *again, .sort = order(), .limit = {}}, text, {}};
+            Question question{
+                {.entity = "Paper", .predicate = i % 2 ? *predicate : *again, .sort = order(), .limit = {}}, text, {}};
             auto found = view->fetchIDs(question.request);
             ASSERT_TRUE(found) << found.error().message;
             question.whilePending = *found;

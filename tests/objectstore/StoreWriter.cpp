@@ -92,4 +92,6 @@ int serve(const char* file) {
 } // namespace
 } // namespace ledgerfinch::testing
 
-int main(int argc, char** argv) { return argc == 2 ? ledgerfinch::testing::serve(argv[1]) : 2; }
+int main(int argc, char** argv) {
+    return argc == 2 ? ledgerfinch::testing::serve(argv[1]) : 2;
+}

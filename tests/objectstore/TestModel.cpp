@@ -8,7 +8,9 @@ namespace {
 
 template <class T>
 std::function<std::shared_ptr<ManagedObject>()> maker() {
-    return [] { return std::make_shared<T>(); };
+    return [] {
+        return std::make_shared<T>();
+    };
 }
 
 RelationDescription toOne(std::string name, std::string target, std::string inverse,
@@ -50,7 +52,8 @@ std::vector<EntityDescription> archiveEntities() {
          maker<Sender>()},
         {"Person",
          {kId, kName},
-         {toMany("owned", "Paper", "owner"), toMany("canRead", "Paper", "readers"), toOne("canEdit", "Sender", "editors")},
+         {toMany("owned", "Paper", "owner"), toMany("canRead", "Paper", "readers"),
+          toOne("canEdit", "Sender", "editors")},
          maker<Person>()},
         {"Note", {kId, {"text", T::String, Indexed::No}}, {toOne("ofPaper", "Paper", "notes")}, maker<Note>()},
     };
@@ -77,7 +80,7 @@ const Model& laterArchiveModel() {
 }
 
 std::vector<std::string>& Paper::hookLog() {
-    static std::vector<std::string> log;
+    static thread_local std::vector<std::string> log;
     return log;
 }
 
@@ -96,7 +99,9 @@ void Paper::willSave() {
     hookLog().push_back("will" + stateOf(*this));
 }
 
-void Paper::didSave() { hookLog().push_back("did" + stateOf(*this)); }
+void Paper::didSave() {
+    hookLog().push_back("did" + stateOf(*this));
+}
 
 TemporaryFolder::TemporaryFolder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "lf-objectstore-XXXXXX").string();

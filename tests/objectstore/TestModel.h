@@ -113,9 +113,7 @@ protected:
         EXPECT_TRUE(found) << (found ? "" : found.error().message);
         return found ? *found : std::vector<Ref<T>>{};
     }
-    static void expectOk(const Result<void>& result) {
-        EXPECT_TRUE(result) << (result ? "" : result.error().message);
-    }
+    static void expectOk(const Result<void>& result) { EXPECT_TRUE(result) << (result ? "" : result.error().message); }
 
     TemporaryFolder folder;
     std::shared_ptr<MemoryLogSink> sink = std::make_shared<MemoryLogSink>();

@@ -40,7 +40,7 @@ TEST_F(ThreadTest, ABlockThatIsQueuedRunsThoughTheContextIsLetGo) {
     {
         auto background = container->newBackgroundContext();
         for (int i = 0; i < 10; ++i)
-            background->perform([&, raw = background.get()] {
+            background->perform([&runs, i, this, raw = background.get()] {
                 paper(*raw, i);
                 EXPECT_TRUE(raw->save());
                 ++runs;
@@ -52,7 +52,8 @@ TEST_F(ThreadTest, ABlockThatIsQueuedRunsThoughTheContextIsLetGo) {
         auto background = container->newBackgroundContext();
         auto* raw = background.get();
         // The last one to hold the context is its own block.
-        raw->perform([holder = std::make_shared<std::shared_ptr<ManagedObjectContext>>(std::move(background)), &ended]() mutable {
+        raw->perform([holder = std::make_shared<std::shared_ptr<ManagedObjectContext>>(std::move(background)),
+                      &ended]() mutable {
             holder->reset();
             ended.set_value();
         });
@@ -73,13 +74,15 @@ TEST_F(ThreadTest, ManyContextsReadAndWriteOneStore) {
         threads.emplace_back([&, writer] {
             auto context = container->newBackgroundContext();
             context->setAutomaticallyMergesChangesFromParent(writer == 0);
-            context->setMergePolicy(writer == 0 ? MergePolicy::ByPropertyObjectTrump : MergePolicy::ByPropertyStoreTrump);
+            context->setMergePolicy(writer == 0 ? MergePolicy::ByPropertyObjectTrump
+                                                : MergePolicy::ByPropertyStoreTrump);
             Ref<ManagedObject> kept; // let go on this thread, outside of the context
             for (int step = 0; step < kSaves; ++step) {
                 context->performAndWait([&] {
                     auto object = context->firstWithID<Paper>(step % 5 + 1);
                     ASSERT_TRUE(object);
-                    object->setValue(writer == 0 ? Paper::Serial : Paper::Id + 6, writer == 0 ? Value(std::int64_t{step}) : Value(Blob{"x"}));
+                    object->setValue(writer == 0 ? Paper::Serial : Paper::Id + 6,
+                                     writer == 0 ? Value(std::int64_t{step}) : Value(Blob{"x"}));
                     auto fresh = paper(*context, 1000 * (writer + 1) + step);
                     fresh->addToMany(Paper::Tags, *context->firstWithID<Tag>(1));
                     const auto saved = context->save();
@@ -92,7 +95,8 @@ TEST_F(ThreadTest, ManyContextsReadAndWriteOneStore) {
     }
     threads.emplace_back([&] {
         while (running > 0) {
-            const auto ids = container->fetchIDs({.entity = "Paper", .predicate = *Predicate::parse("serial > 3"), .sort = {{"title"}}, .limit = {}});
+            const auto ids = container->fetchIDs(
+                {.entity = "Paper", .predicate = *Predicate::parse("serial > 3"), .sort = {{"title"}}, .limit = {}});
             EXPECT_TRUE(ids || ids.error().code == static_cast<int>(StoreErrorCode::Busy)) << ids.error().message;
         }
     });
@@ -136,7 +140,11 @@ TEST_F(ThreadTest, AListFetchEndsWhenInterrupted) {
     });
     bool interrupted = false;
     for (int attempt = 0; attempt < 200 && !interrupted; ++attempt) {
-        const auto ids = container->fetchIDs({.entity = "Paper", .predicate = {}, .sort = {{"title", SortOrder::Ascending, SortComparison::LocalizedStandard}}, .limit = {}});
+        const auto ids =
+            container->fetchIDs({.entity = "Paper",
+                                 .predicate = {},
+                                 .sort = {{"title", SortOrder::Ascending, SortComparison::LocalizedStandard}},
+                                 .limit = {}});
         interrupted = !ids && ids.error().code == static_cast<int>(StoreErrorCode::Busy);
     }
     ended = true;

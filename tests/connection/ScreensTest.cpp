@@ -266,15 +266,14 @@ TEST_F(InstanceScreens, ADisconnectedServerLeavesNothingBehind) {
 
     const auto view = make<ManageInstancesView>();
     const auto disconnect = [&](const std::string& address) {
+        mainQueue::sync([&] {
+            view->askToDisconnect(QString::fromStdString(address));
+            EXPECT_TRUE(view->showRemovalAlert());
+            EXPECT_EQ(view->removalQuestion().toStdString(), "Disconnect from Instance " + address + "?");
+        });
         runUntilIdle(
-            view,
-            [&](ManageInstancesView& each) {
-                each.askToDisconnect(QString::fromStdString(address));
-                EXPECT_TRUE(each.showRemovalAlert());
-                EXPECT_EQ(each.removalQuestion().toStdString(), "Disconnect from Instance " + address + "?");
-                each.disconnectInstance();
-            },
-            &ManageInstancesView::changed, [](ManageInstancesView& each) { return each.isRemoving(); });
+            view, [](ManageInstancesView& each) { each.disconnectInstance(); }, &ManageInstancesView::changed,
+            [](ManageInstancesView& each) { return each.isRemoving(); });
     };
     disconnect(server.url() + "/");
     EXPECT_TRUE(view->showCurrentInstanceCantBeRemovedAlert());

@@ -194,6 +194,8 @@ Result<std::vector<ObjectID>> PersistentContainer::fetchIDs(const FetchRequest& 
                 }
             }
         }
+        if (!statement) code = reader.database->lastCode();
+        if (code != SQLITE_DONE && isInterrupted()) code = SQLITE_INTERRUPT; // whatever it struck
         if (code != SQLITE_DONE) failure = reader.database->error(code, "fetching " + entity->name);
     }
     {

@@ -90,7 +90,8 @@ public:
     Copy(const std::filesystem::path& store, const std::filesystem::path& target)
         : m_source(store, SQLITE_OPEN_READONLY), m_target(target, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
         // Without foreign keys: groups and correspondents refer to each other, and nothing is as bare as that.
-        m_target.execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=OFF");
+        m_target.execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-32768; "
+                         "PRAGMA foreign_keys=OFF");
         copySchema();
         for (const Entity& entity : m_model.entities()) {
             read(entity.table);

@@ -5,12 +5,11 @@
 
 #include <array>
 #include <chrono>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <map>
 #include <memory>
 #include <sqlite3.h>
+#include <stdexcept>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -19,9 +18,9 @@ namespace ledgerfinch::bench {
 namespace {
 
 /// Entities with a life of their own, each after those it refers to. The rest belongs to one of them.
-constexpr std::array<std::string_view, 9> kRecords{"CD_Group",         "CD_User",         "CD_Tag",
+constexpr std::array<std::string_view, 9> kRecords{"CD_Group",         "CD_User",          "CD_Tag",
                                                    "CD_Document_Type", "CD_Correspondent", "CD_Storage_Path",
-                                                   "CD_Custom_Field",  "CD_Saved_View",   "CD_Document"};
+                                                   "CD_Custom_Field",  "CD_Saved_View",    "CD_Document"};
 
 std::size_t rankOf(std::string_view entity) {
     std::size_t rank = 0;
@@ -31,6 +30,11 @@ std::size_t rankOf(std::string_view entity) {
 }
 bool isRecord(const Entity& entity) {
     return rankOf(entity.name) < kRecords.size();
+}
+
+/// Values and notes are written with their documents, not with the fields and users they name.
+bool belongsToDocument(std::string_view part, std::string_view other) {
+    return (part == "CD_Custom_Field_Value" || part == "CD_Note") && other != "CD_Document";
 }
 
 class Connection {
@@ -44,10 +48,11 @@ public:
 
     void check(int code) const {
         if (code == SQLITE_OK || code == SQLITE_DONE || code == SQLITE_ROW) return;
-        std::fprintf(stderr, "bench_sync: %s\n", m_database ? sqlite3_errmsg(m_database) : "out of memory");
-        std::exit(2);
+        throw std::runtime_error(m_database ? sqlite3_errmsg(m_database) : "out of memory");
     }
-    void execute(const std::string& sql) const { check(sqlite3_exec(m_database, sql.c_str(), nullptr, nullptr, nullptr)); }
+    void execute(const std::string& sql) const {
+        check(sqlite3_exec(m_database, sql.c_str(), nullptr, nullptr, nullptr));
+    }
     [[nodiscard]] sqlite3_stmt* prepare(const std::string& sql) const {
         sqlite3_stmt* statement = nullptr;
         check(sqlite3_prepare_v2(m_database, sql.c_str(), -1, &statement, nullptr));
@@ -84,7 +89,9 @@ class Copy {
 public:
     Copy(const std::filesystem::path& store, const std::filesystem::path& target)
         : m_source(store, SQLITE_OPEN_READONLY), m_target(target, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
-        m_target.execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON");
+        // Without foreign keys: groups and correspondents refer to each other, and nothing is as bare as that.
+        m_target.execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-32768; "
+                         "PRAGMA foreign_keys=OFF");
         copySchema();
         for (const Entity& entity : m_model.entities()) {
             read(entity.table);
@@ -119,9 +126,9 @@ public:
 
 private:
     void copySchema() {
-        sqlite3_stmt* statement = m_source.prepare(
-            "SELECT sql FROM sqlite_master WHERE sql IS NOT NULL AND type IN('table','index') AND name NOT LIKE 'sqlite_%' "
-            "AND tbl_name NOT LIKE 'lf\\_meta' ESCAPE '\\' ORDER BY type DESC");
+        sqlite3_stmt* statement = m_source.prepare("SELECT sql FROM sqlite_master WHERE sql IS NOT NULL AND type "
+                                                   "IN('table','index') AND name NOT LIKE 'sqlite_%' "
+                                                   "AND tbl_name NOT LIKE 'lf\\_meta' ESCAPE '\\' ORDER BY type DESC");
         while (sqlite3_step(statement) == SQLITE_ROW)
             m_target.execute(reinterpret_cast<const char*>(sqlite3_column_text(statement, 0)));
         sqlite3_finalize(statement);
@@ -175,7 +182,7 @@ private:
             if (relation.storage == RelationStorage::JoinTable && ours)
                 add(relation.table, relation.ownColumn, pk);
             else if (relation.storage == RelationStorage::InverseColumn && !isRecord(target) &&
-                     entity.name != "CD_Custom_Field") // values are written with their documents
+                     !belongsToDocument(target.name, entity.name))
                 add(target.table, relation.targetColumn, pk);
             else if (relation.storage == RelationStorage::Column && !isRecord(target))
                 add(target.table, "pk", own.column(relation.ownColumn));

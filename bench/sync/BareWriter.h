@@ -13,7 +13,7 @@ struct BareWrite {
 
 /// Writes the records of a synced store into a new file with the same tables and indexes, by prepared statements, one
 /// transaction for each record with all that belongs to it: what the same sync would cost without a program around it.
-/// Reading the rows isn't timed. Ends the program when SQLite refuses something.
+/// Reading the rows isn't timed. Throws std::runtime_error when SQLite refuses something.
 BareWrite writeBare(const std::filesystem::path& store, const std::filesystem::path& target);
 
 } // namespace ledgerfinch::bench

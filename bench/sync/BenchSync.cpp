@@ -26,6 +26,7 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,9 +39,9 @@ public:
     void write(const LogRecord&) override {}
 };
 
+/// Unwinds to main, so that servers and syncs under way end as well.
 [[noreturn]] void giveUp(const std::string& why) {
-    std::cerr << "bench_sync: " << why << "\n";
-    std::exit(2);
+    throw std::runtime_error(why);
 }
 
 /// Peak of resident memory of this process, in kilobytes (proc(5)).
@@ -56,16 +57,16 @@ std::int64_t peakMemory() {
 // The process that syncs.
 
 struct Figures {
-    double whole = 0;             ///< seconds
-    double unchanged = 0;         ///< seconds
+    double whole = 0;     ///< seconds
+    double unchanged = 0; ///< seconds
     std::int64_t unchangedRows = 0;
-    std::int64_t peak = 0;        ///< kilobytes, of the whole sync
-    std::string store;            ///< its file
+    std::int64_t peak = 0; ///< kilobytes, of the whole sync
+    std::string store;     ///< its file
 };
 
 std::ostream& operator<<(std::ostream& stream, const Figures& figures) {
-    return stream << figures.whole << ' ' << figures.unchanged << ' ' << figures.unchangedRows << ' ' << figures.peak << ' '
-                  << figures.store;
+    return stream << figures.whole << ' ' << figures.unchanged << ' ' << figures.unchangedRows << ' ' << figures.peak
+                  << ' ' << figures.store;
 }
 std::istream& operator>>(std::istream& stream, Figures& figures) {
     return stream >> figures.whole >> figures.unchanged >> figures.unchangedRows >> figures.peak >> figures.store;
@@ -186,13 +187,15 @@ int compare(const std::string& program, bool check) {
     std::filesystem::remove_all(top, error);
 
     bool met = true;
-    for (const Limit& limit : std::vector<Limit>{{"peak memory, 50,000 documents to 5,000", large / small, 1.2},
-                                                 {"whole sync of 10,000 to bare statements", whole / bare, 3.0},
-                                                 {"unchanged sync to whole sync", unchanged / whole, 1.0 / 50},
-                                                 {"rows written by the unchanged sync", static_cast<double>(rows), 0}}) {
+    for (const Limit& limit :
+         std::vector<Limit>{{"peak memory, 50,000 documents to 5,000", large / small, 1.2},
+                            {"whole sync of 10,000 to bare statements", whole / bare, 3.0},
+                            {"unchanged sync to whole sync", unchanged / whole, 1.0 / 50},
+                            {"rows written by the unchanged sync", static_cast<double>(rows), 0}}) {
         const bool ok = limit.value <= limit.limit;
         met = met && ok;
-        std::printf("%-42s %8.4f  limit %.4f  %s\n", limit.what.c_str(), limit.value, limit.limit, ok ? "ok" : "MISSED");
+        std::printf("%-42s %8.4f  limit %.4f  %s\n", limit.what.c_str(), limit.value, limit.limit,
+                    ok ? "ok" : "MISSED");
     }
     return met || !check ? 0 : 1;
 }
@@ -200,7 +203,7 @@ int compare(const std::string& program, bool check) {
 } // namespace
 } // namespace ledgerfinch::bench
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     const QCoreApplication application(argc, argv);
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     if (arguments.size() == 4 && arguments[0] == "--child")
@@ -208,4 +211,7 @@ int main(int argc, char** argv) {
     const bool check = arguments == std::vector<std::string>{"--check"};
     if (!check && !arguments.empty()) return 2;
     return ledgerfinch::bench::compare(std::filesystem::canonical("/proc/self/exe").string(), check);
+} catch (const std::exception& error) {
+    std::cerr << "bench_sync: " << error.what() << "\n";
+    return 2;
 }

@@ -28,7 +28,8 @@ FetchRequest defaultRequest(const UserDefaults& defaults, const Model& model) {
 DocumentsView::DocumentsView(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api,
                              DocumentsOfSavedView documentsOfSavedView, QObject* parent)
     : QObject(parent), m_services(services), m_core(core), m_log(services.logger("DocumentsView")),
-      m_link(std::make_shared<ScreenLink>(*this)), m_apiHandler(std::move(api)), m_activeServer(services.defaults->string("server").value_or("")),
+      m_link(std::make_shared<ScreenLink>(*this)), m_apiHandler(std::move(api)),
+      m_activeServer(services.defaults->string("server").value_or("")),
       m_driver(services, core, std::move(documentsOfSavedView)) {
     watchStore();
     m_settings = m_services.defaults->onChange([this, link = m_link](std::string_view key) {
@@ -91,8 +92,12 @@ SyncObserver DocumentsView::observer() {
             emit errorChanged();
         });
     };
-    observer.loggedOut = [this] { onMain([this] { setLoggedIn(false); }); };
-    observer.reloadList = [this] { reloadList(); };
+    observer.loggedOut = [this] {
+        onMain([this] { setLoggedIn(false); });
+    };
+    observer.reloadList = [this] {
+        reloadList();
+    };
     return observer;
 }
 
@@ -137,7 +142,9 @@ void DocumentsView::watchStore() {
 void DocumentsView::switchToInstance(const QString& address) {
     // The switch may end after the screen is gone.
     InstanceSwitchSteps steps;
-    steps.clearList = [this, link = m_link] { link->run([this] { clearList(); }); };
+    steps.clearList = [this, link = m_link] {
+        link->run([this] { clearList(); });
+    };
     steps.useHandler = [this, link = m_link](const std::shared_ptr<ApiHandler>& api) {
         link->run([&] {
             m_activeServer = m_services.defaults->string("server").value_or("");
@@ -145,7 +152,9 @@ void DocumentsView::switchToInstance(const QString& address) {
             setApiHandler(api);
         });
     };
-    steps.setLoggedIn = [this, link = m_link](bool in) { link->run([&] { setLoggedIn(in); }); };
+    steps.setLoggedIn = [this, link = m_link](bool in) {
+        link->run([&] { setLoggedIn(in); });
+    };
     steps.refreshAndSync = [this, link = m_link] {
         link->run([this] {
             reloadList();
@@ -203,7 +212,8 @@ QString DocumentsView::additionalText() const {
     const auto& value = m_loadingFromServerAdditionalInformation.value;
     if (const auto* success = std::get_if<additionalLoadingInfo::Success>(&value))
         return QString::fromStdString(success->text);
-    if (const auto* error = std::get_if<additionalLoadingInfo::Error>(&value)) return QString::fromStdString(error->text);
+    if (const auto* error = std::get_if<additionalLoadingInfo::Error>(&value))
+        return QString::fromStdString(error->text);
     return {};
 }
 

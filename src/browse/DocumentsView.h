@@ -45,11 +45,11 @@ public:
 
     /// The screen is shown: reads the list and, once after a start, syncs.
     Q_INVOKABLE void appeared();
-    /// Reads the list again from what is saved, without waiting. Any thread; calls that come faster than the list can be
-    /// read become one.
+    /// Reads the list again from what is saved, without waiting. Any thread; calls that come faster than the list can
+    /// be read become one.
     void reloadList();
-    /// Makes a connected server the active one: its token is tried, then store, settings and list change over and a sync
-    /// begins. Nothing happens for an unknown server, without a token, or when the server refuses it.
+    /// Makes a connected server the active one: its token is tried, then store, settings and list change over and a
+    /// sync begins. Nothing happens for an unknown server, without a token, or when the server refuses it.
     Q_INVOKABLE void switchToInstance(const QString& address);
 
     [[nodiscard]] loadingData loadingFromServer() const { return m_loadingFromServer; }

@@ -9,8 +9,7 @@
 namespace ledgerfinch {
 
 StoreWatcher::StoreWatcher(std::shared_ptr<PersistentContainer> container, std::function<void()> changed)
-    : m_container(std::move(container)),
-      m_logFile(QString::fromStdString(m_container->file().string() + "-wal")),
+    : m_container(std::move(container)), m_logFile(QString::fromStdString(m_container->file().string() + "-wal")),
       m_subscription(m_container->onRemoteChange(std::move(changed))) {
     m_settled.setSingleShot(true);
     m_settled.setInterval(std::chrono::milliseconds(200));

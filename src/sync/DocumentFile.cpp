@@ -13,8 +13,8 @@ Result<std::filesystem::path> getDocumentFile(ApiHandler& api, const DocumentFil
     if (auto existing = files.existingDocumentFile(uuid)) return *existing;
     auto data = downloadDocumentData(api, id, progress);
     if (!data) return data.error();
-    const auto stored = files.storeFile(DocumentFiles::kDocuments, uuid, DocumentFiles::downloadName(uuid, data->mimeType),
-                                        data->bytes);
+    const auto stored = files.storeFile(DocumentFiles::kDocuments, uuid,
+                                        DocumentFiles::downloadName(uuid, data->mimeType), data->bytes);
     if (!stored) {
         api.log().error("The file of %s could not be written: %{public}s", title, stored.error().message);
         return Error{stored.error().message, 0};

@@ -17,7 +17,9 @@ SyncDriver::~SyncDriver() {
 SyncOutcome SyncDriver::runSync(const std::shared_ptr<ApiHandler>& api, const SyncObserver& observer) {
     SyncHooks hooks;
     // The files of the last pass give way; the end of this one starts them again.
-    hooks.began = [this] { m_downloads.cancel(); };
+    hooks.began = [this] {
+        m_downloads.cancel();
+    };
     hooks.ended = [this, &api, &observer] {
         if (!m_stopped) m_downloads.downloadSelectedDocuments(api, observer);
     };

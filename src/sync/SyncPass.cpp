@@ -139,7 +139,9 @@ bool SyncPass::mustStop() const {
 FetchOptions SyncPass::options() const {
     FetchOptions options;
     options.context = m_context;
-    options.shouldStop = [this] { return mustStop(); };
+    options.shouldStop = [this] {
+        return mustStop();
+    };
     if (m_caller == SyncCaller::Screen) {
         options.progress = [this](const additionalLoadingInfo& info) {
             if (m_observer.additionalInformation) m_observer.additionalInformation(info);
@@ -167,7 +169,9 @@ int SyncPass::fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::str
     auto quietly = options();
     quietly.progress = {};
     bool whole = true;
-    quietly.incomplete = [&whole] { whole = false; };
+    quietly.incomplete = [&whole] {
+        whole = false;
+    };
     const int status = fetch(*m_api, quietly);
     // With a refused token no document comes either.
     if (status != status::kStopped && status != 401) noteDelivery(entity, status == 200 && whole);
@@ -228,8 +232,8 @@ int SyncPass::fetchDocumentsFromServer() {
     return removeOutdatedDocuments(*m_api, options());
 }
 
-/// What an earlier save could not write is still pending. Dropped if it still can't be written: the unchanged date makes
-/// the next pass fetch it again.
+/// What an earlier save could not write is still pending. Dropped if it still can't be written: the unchanged date
+/// makes the next pass fetch it again.
 bool SyncPass::savePending() {
     bool saved = true;
     m_context->performAndWait([&] {
@@ -254,13 +258,15 @@ void SyncPass::keepResult(bool whole) {
     auto& defaults = *m_services.defaults;
     const std::string version = defaults.string("server_version").value_or("");
     const auto date = whole ? std::optional(m_today) : std::nullopt;
-    if (const auto kept = updateInstance(defaults, m_server, date, version.empty() ? std::nullopt : std::optional(version));
+    if (const auto kept =
+            updateInstance(defaults, m_server, date, version.empty() ? std::nullopt : std::optional(version));
         !kept)
         m_log.error("The state of the instance could not be kept: %{public}s", kept.error().message);
     if (!whole) return;
     if (const auto kept = defaults.set("lastSuccessfulSync", m_today); !kept)
         m_log.error("The date of the sync could not be kept: %{public}s", kept.error().message);
-    // The setting belongs to the active server. When that changed between the question and the write, its date goes back.
+    // The setting belongs to the active server. When that changed between the question and the write, its date goes
+    // back.
     const std::string active = defaults.string("server").value_or("");
     if (addresses::same(active, m_server)) return;
     const auto instances = ConnectedInstances::load(defaults);

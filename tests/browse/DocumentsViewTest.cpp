@@ -136,7 +136,8 @@ TEST_F(DocumentsViewTest, WhatAnotherProcessSyncsAppears) {
     view->appeared();
     ASSERT_TRUE(synced(1, 120));
     world.server().addDocument(support::Json{{"title", "New"}});
-    ChildProcess child(SYNC_CHILD, {device.services().paths.container.parent_path(), world.address().url, world.address().token});
+    ChildProcess child(SYNC_CHILD,
+                       {device.services().paths.container.parent_path(), world.address().url, world.address().token});
     EXPECT_TRUE(waitUntil([&] { return view->count() == 121; }));
     EXPECT_EQ(outcomes.size(), 1U) << "a reload, not a sync";
 }
@@ -207,7 +208,8 @@ TEST_F(DocumentsViewSwitching, DuringASyncEndsThatSyncAndMixesNothing) {
 TEST_F(DocumentsViewSwitching, WithoutATokenOrAnEntryNothingHappens) {
     offMain([&] { KeychainHandler(device.services()).removeToken(other.url()); });
     std::vector<bool> made;
-    QObject::connect(view.get(), &DocumentsView::instanceSwitched, view.get(), [&](bool switched) { made.push_back(switched); });
+    QObject::connect(view.get(), &DocumentsView::instanceSwitched, view.get(),
+                     [&](bool switched) { made.push_back(switched); });
     view->switchToInstance(QString::fromStdString(other.url()));
     view->switchToInstance(QStringLiteral("https://unknown.example"));
     keepToken("0000000000000000000000000000000000000000");

@@ -32,12 +32,14 @@ protected:
             downloads.wait();
         });
     }
-    std::size_t filesOnDisk() { return static_cast<std::size_t>(device.core().documentFiles().downloadedFileStatistics().files); }
+    std::size_t filesOnDisk() {
+        return static_cast<std::size_t>(device.core().documentFiles().downloadedFileStatistics().files);
+    }
     std::size_t asked(std::string_view path) {
         const auto requests = world.requested();
-        return static_cast<std::size_t>(std::count_if(requests.begin(), requests.end(), [&](const std::string& request) {
-            return request.find(path) != std::string::npos;
-        }));
+        return static_cast<std::size_t>(
+            std::count_if(requests.begin(), requests.end(),
+                          [&](const std::string& request) { return request.find(path) != std::string::npos; }));
     }
 
     SyncWorld world{4};
@@ -80,13 +82,14 @@ TEST_F(DocumentDownloading, ASavedViewsDocumentsComeFromWhoeverKnowsIts) {
     EXPECT_TRUE(device.log().contains("nothing is downloaded"));
 
     std::int64_t askedFor = 0;
-    DocumentDownloads downloads(device.services(), device.core(), [&](PersistentContainer& container, std::int64_t view) {
-        askedFor = view;
-        FetchRequest request;
-        request.entity = CD_Document::kEntityName;
-        request.limit = 2;
-        return std::optional(container.fetchIDs(request).value());
-    });
+    DocumentDownloads downloads(device.services(), device.core(),
+                                [&](PersistentContainer& container, std::int64_t view) {
+                                    askedFor = view;
+                                    FetchRequest request;
+                                    request.entity = CD_Document::kEntityName;
+                                    request.limit = 2;
+                                    return std::optional(container.fetchIDs(request).value());
+                                });
     run(downloads);
     EXPECT_EQ(askedFor, 2);
     EXPECT_EQ(filesOnDisk(), 2U);

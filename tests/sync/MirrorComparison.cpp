@@ -94,7 +94,8 @@ bool equalCustomValue(const std::string& type, const json& delivered, const Valu
     }
     if (type == "boolean") return value == delivered && text == (delivered.get<bool>() ? "true" : "false");
     if (type == "integer" || type == "float" || type == "select")
-        return value.is_number() && static_cast<float>(value.get<double>()) == static_cast<float>(delivered.get<double>());
+        return value.is_number() &&
+               static_cast<float>(value.get<double>()) == static_cast<float>(delivered.get<double>());
     if (type == "monetary") {
         const auto amount = delivered.get<std::string>();
         const auto digits = amount.substr(std::min(amount.size(), amount.find_first_of("0123456789.")));
@@ -204,8 +205,8 @@ void Comparison::compareSavedView(const json& record, const ManagedObject& objec
 void Comparison::compareDocument(const json& record, const ManagedObject& object) {
     compareFields(record, object, {"content", "created"});
     const auto* created = std::get_if<Timestamp>(&object.value("created"));
-    expect(created && dates::formatDateOnly(*created) == record.at("created_date").get<std::string>(), object, "created",
-           record["created_date"]);
+    expect(created && dates::formatDateOnly(*created) == record.at("created_date").get<std::string>(), object,
+           "created", record["created_date"]);
     const auto content = object.toOne(*object.entity().relation("content"));
     expect(content && textOf(content->value("content")) == record.at("content").get<std::string>(), object, "content",
            "a text");
@@ -268,8 +269,10 @@ void Comparison::compareField(const json& value, const ManagedObject& object, co
     case AttributeType::Int64:
         return expect(std::get<std::int64_t>(kept) == (value.is_null() ? 0 : value.get<std::int64_t>()), object, name,
                       value);
-    case AttributeType::Boolean: return expect(std::get<bool>(kept) == (value == true), object, name, value);
-    case AttributeType::Date: return expect(equalTime(value, kept), object, name, value);
+    case AttributeType::Boolean:
+        return expect(std::get<bool>(kept) == (value == true), object, name, value);
+    case AttributeType::Date:
+        return expect(equalTime(value, kept), object, name, value);
     default:
         return expect(value.is_null() ? !textOf(kept) : textOf(kept) == value.get<std::string>(), object, name, value);
     }
@@ -281,12 +284,14 @@ void Comparison::compareTexts(const json& texts, const ManagedObject& object, st
     for (const auto& member : object.toMany(*object.entity().relation(relation)))
         kept.insert(textOf(member->value("stringRepresentation")).value_or(""));
     const auto delivered = texts.get<std::vector<std::string>>();
-    expect(kept == std::multiset<std::string>(delivered.begin(), delivered.end()), object, std::string(relation), texts);
+    expect(kept == std::multiset<std::string>(delivered.begin(), delivered.end()), object, std::string(relation),
+           texts);
 }
 
 void Comparison::compareToOne(const json& id, const ManagedObject& object, std::string_view relation) {
     const auto target = object.toOne(*object.entity().relation(relation));
-    expect(id.is_null() ? !target : target && idOf(*target) == id.get<std::int64_t>(), object, std::string(relation), id);
+    expect(id.is_null() ? !target : target && idOf(*target) == id.get<std::int64_t>(), object, std::string(relation),
+           id);
 }
 
 void Comparison::compareToMany(const json& ids, const ManagedObject& object, std::string_view relation) {

@@ -9,7 +9,8 @@
 namespace ledgerfinch::test {
 
 /// Everything a store holds, as text: from "CD_Tag 5" to its attributes and the identities it is related to. Leaves out
-/// what every device makes for itself (uuids, bookkeeping). Objects without an id of their own are written inside those they belong
+/// what every device makes for itself (uuids, bookkeeping, what was
+/// delivered last). Objects without an id of their own are written inside those they belong
 /// to. Equal dumps are equal mirrors.
 using StoreDump = std::map<std::string, std::string>;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// A device in a process of its own: syncs once and tells on stdout, line by line and without a buffer, what has happened
-// for good.
+// A device in a process of its own: syncs once and tells on stdout, line by line and without a buffer, what has
+// happened for good.
 //   sync-child FOLDER URL TOKEN
 //   "stage N"    a stage has begun
 //   "saved R"    the document in row R was committed
@@ -35,7 +35,9 @@ int main(int argc, char** argv) {
     if (argc != 4) return 2;
     test::Device device(argv[1], {argv[2], argv[3]}, std::make_shared<TellingSink>());
     SyncObserver observer;
-    observer.stage = [](loadingData stage) { tell("stage", static_cast<std::int64_t>(stage)); };
+    observer.stage = [](loadingData stage) {
+        tell("stage", static_cast<std::int64_t>(stage));
+    };
     const auto outcome = test::offMain([&] {
         const auto ended = device.driver().runSync(device.api(), observer);
         device.driver().downloads().wait();

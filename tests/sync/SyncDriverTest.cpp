@@ -28,9 +28,9 @@ constexpr auto kFullSync = "GET /api/documents/?full_perms=true&order=descending
 constexpr auto kAllIds = "GET /api/documents/?truncate_content=True&page_size=1";
 
 const std::vector<loadingData> kAllStages{
-    loadingData::users,         loadingData::users,         loadingData::tags,          loadingData::document_types,
+    loadingData::users,          loadingData::users,         loadingData::tags,          loadingData::document_types,
     loadingData::correspondents, loadingData::storage_paths, loadingData::custom_fields, loadingData::custom_views,
-    loadingData::documents,     loadingData::finished,      loadingData::downloading,   loadingData::finished};
+    loadingData::documents,      loadingData::finished,      loadingData::downloading,   loadingData::finished};
 
 std::string today() {
     return dates::formatDateOnly(Clock().now());
@@ -150,16 +150,16 @@ TEST_P(SyncWithFailingDocuments, KeepsTheDateAndDeletesNothing) {
     EXPECT_EQ(device.differencesFromServer(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Faults, SyncWithFailingDocuments,
-    ::testing::Values(DocumentFault{"Status", "page=2", Fault::answer(500)},
-                      DocumentFault{"Cut", "page=2", Fault::cutBody(1000)},
-                      DocumentFault{"Html", "page=2", Fault::htmlPage()},
-                      DocumentFault{"Truncated", "page=2", Fault::truncatedJson()},
-                      DocumentFault{"Gone", "page=3", Fault::dropConnection()},
-                      DocumentFault{"Loop", "page=2", Fault::nextIsSelf()},
-                      DocumentFault{"Elsewhere", "page=2", Fault::nextIs("http://127.0.0.2:1/api/documents/?page=3")}),
-    [](const auto& test) { return test.param.name; });
+INSTANTIATE_TEST_SUITE_P(Faults, SyncWithFailingDocuments,
+                         ::testing::Values(DocumentFault{"Status", "page=2", Fault::answer(500)},
+                                           DocumentFault{"Cut", "page=2", Fault::cutBody(1000)},
+                                           DocumentFault{"Html", "page=2", Fault::htmlPage()},
+                                           DocumentFault{"Truncated", "page=2", Fault::truncatedJson()},
+                                           DocumentFault{"Gone", "page=3", Fault::dropConnection()},
+                                           DocumentFault{"Loop", "page=2", Fault::nextIsSelf()},
+                                           DocumentFault{"Elsewhere", "page=2",
+                                                         Fault::nextIs("http://127.0.0.2:1/api/documents/?page=3")}),
+                         [](const auto& test) { return test.param.name; });
 
 TEST(SyncDriver, AnAnswerWithoutTheListOfIdsDeletesNothingThatTheServerHas) {
     SyncWorld world(120);
@@ -271,7 +271,8 @@ TEST(SyncDriver, StopsWhenAnotherStoreBecomesTheActiveOne) {
     auto& device = world.device();
     device.pretendSynced("");
     world.server().faults().onPath("documents/.*page=2", Fault::stall(), 1);
-    auto outcome = std::async(std::launch::async, [&] { return device.driver().runSync(device.api(), device.heard().observer()); });
+    auto outcome = std::async(std::launch::async,
+                              [&] { return device.driver().runSync(device.api(), device.heard().observer()); });
     ASSERT_TRUE(waitUntil([&] { return world.server().faults().stalled() == 1; }));
     const auto first = device.core().persistenceContainer();
     (void)device.settings().set("server", "https://other.example");
@@ -280,7 +281,8 @@ TEST(SyncDriver, StopsWhenAnotherStoreBecomesTheActiveOne) {
     world.server().faults().clear();
     ASSERT_TRUE(waitUntil([&] { return outcome.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
     EXPECT_EQ(outcome.get(), SyncOutcome::Stopped);
-    EXPECT_THAT(dumpStore(*device.core().persistenceContainer()), IsEmpty()) << "nothing of one server in another's store";
+    EXPECT_THAT(dumpStore(*device.core().persistenceContainer()), IsEmpty())
+        << "nothing of one server in another's store";
     EXPECT_EQ(device.setting("lastSuccessfulSync"), "2024-05-06");
     EXPECT_EQ(device.heard().stages.back(), loadingData::finished);
     EXPECT_EQ(device.idle().disabled(), device.idle().enabled());

@@ -37,7 +37,8 @@ std::array<Fault, 5> faultsInTurn() {
 /// What happened on the server since the last sync.
 void changeTheServer(support::PaperlessServer& server) {
     const auto tag = server.add("tags", Json{{"name", "Later"}, {"color", "#00ff00"}});
-    server.addDocument(Json{{"title", "Late"}, {"content", "late"}, {"tags", Json::array({tag})}, {"correspondent", 1}});
+    server.addDocument(
+        Json{{"title", "Late"}, {"content", "late"}, {"tags", Json::array({tag})}, {"correspondent", 1}});
     server.editDocument(1, Json{{"title", "Edited"}, {"tags", Json::array({tag})}});
     server.removeDocument(2);
     server.remove("correspondents", 4);

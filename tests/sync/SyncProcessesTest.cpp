@@ -28,7 +28,9 @@ std::string lastLine(ChildProcess& child) {
 
 class SyncProcesses : public ::testing::Test {
 protected:
-    ChildProcess newChild() { return ChildProcess(SYNC_CHILD, {folder.path(), world.address().url, world.address().token}); }
+    ChildProcess newChild() {
+        return ChildProcess(SYNC_CHILD, {folder.path(), world.address().url, world.address().token});
+    }
     std::unique_ptr<Device> reopen() { return std::make_unique<Device>(folder.path(), world.address()); }
 
     SyncWorld world{120};

@@ -49,7 +49,8 @@ protected:
 };
 
 TEST_F(DownloadSettings, ChoosingAllDocumentsFetchesThemAtOnce) {
-    EXPECT_THAT(rows(), ElementsAre("|Download all documents", "Download all documents in saved view: |Bills", "|Taxes"));
+    EXPECT_THAT(rows(),
+                ElementsAre("|Download all documents", "Download all documents in saved view: |Bills", "|Taxes"));
     ASSERT_TRUE(counted(QStringLiteral("Documents downloaded: 0")));
     EXPECT_EQ(view->totalSize(), QStringLiteral("Total size: Zero KB"));
 
@@ -66,7 +67,8 @@ TEST_F(DownloadSettings, ChoosingASavedViewReplacesTheOtherChoice) {
     ASSERT_TRUE(waitUntil([&] { return finished == 1; }));
     const auto bills = view->rows().at(1).toMap()["savedView"].toLongLong();
     view->chooseSavedView(bills);
-    EXPECT_THAT(rows(), ElementsAre("|Download all documents", "Download all documents in saved view: |Bills ✓", "|Taxes"));
+    EXPECT_THAT(rows(),
+                ElementsAre("|Download all documents", "Download all documents in saved view: |Bills ✓", "|Taxes"));
     EXPECT_FALSE(device.settings().boolean("download_all").value_or(true));
     EXPECT_EQ(device.settings().integer("download_saved_view"), bills);
     view->chooseAllDocuments();

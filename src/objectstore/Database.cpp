@@ -144,7 +144,7 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
     if (mode == OpenMode::ReadOnly) sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     sqlite3_wal_autocheckpoint(handle, 20'000);
 
-    std::string settings = "PRAGMA cache_size=-32768;PRAGMA temp_store=MEMORY;";
+    std::string settings = "PRAGMA cache_size=-4096;PRAGMA temp_store=MEMORY;";
     settings += durability == Durability::Full ? "PRAGMA synchronous=FULL;" : "PRAGMA synchronous=NORMAL;";
     if (const int code = database->execute(settings.c_str()); code != SQLITE_OK)
         return makeError(code, handle, "opening " + file.filename().string());

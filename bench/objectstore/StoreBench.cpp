@@ -183,7 +183,7 @@ public:
     explicit Bare(const std::filesystem::path& file) {
         if (sqlite3_open_v2(file.c_str(), &m_handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
             std::abort();
-        run("PRAGMA synchronous=NORMAL;PRAGMA foreign_keys=ON;PRAGMA cache_size=-32768;PRAGMA temp_store=MEMORY");
+        run("PRAGMA synchronous=NORMAL;PRAGMA foreign_keys=ON;PRAGMA cache_size=-4096;PRAGMA temp_store=MEMORY");
         sqlite3_wal_autocheckpoint(m_handle, 20'000);
     }
     ~Bare() {

@@ -111,7 +111,7 @@ std::size_t BareRows::rowsOfDocuments() const {
 
 Seconds BareRows::writeInto(const std::filesystem::path& emptyStore) const {
     sqlite3* database = open(emptyStore);
-    for (const char* setting : {"PRAGMA cache_size=-32768", "PRAGMA temp_store=MEMORY", "PRAGMA synchronous=NORMAL",
+    for (const char* setting : {"PRAGMA cache_size=-4096", "PRAGMA temp_store=MEMORY", "PRAGMA synchronous=NORMAL",
                                 "PRAGMA foreign_keys=ON", "PRAGMA wal_autocheckpoint=20000"})
         check(sqlite3_exec(database, setting, nullptr, nullptr, nullptr), database);
     std::vector<sqlite3_stmt*> inserts;

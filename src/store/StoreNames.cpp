@@ -2,6 +2,7 @@
 #include "store/StoreNames.h"
 
 #include "records/JsonReader.h"
+#include "store/FilenameSchemes.h"
 
 #include <algorithm>
 
@@ -15,7 +16,10 @@ std::optional<JsonObject> connectedInstances(const UserDefaults& defaults) {
 
 std::optional<std::string> storeOf(const JsonObject& instances, const std::string& address) {
     const auto instance = instances.object(address);
-    return instance ? instance->text("store") : std::nullopt;
+    auto store = instance ? instance->text("store") : std::nullopt;
+    // Offline papers exist nowhere else: an entry that names their store names none.
+    if (store && isOffline(*store)) return std::nullopt;
+    return store;
 }
 
 } // namespace
@@ -27,6 +31,13 @@ std::optional<std::string> ofActiveInstance(const UserDefaults& defaults) {
     if (auto store = storeOf(*instances, *server)) return store;
     const std::string other = server->ends_with('/') ? server->substr(0, server->size() - 1) : *server + "/";
     return storeOf(*instances, other);
+}
+
+std::string active(const UserDefaults& defaults) {
+    const auto server = defaults.string("server");
+    if (!server || server->empty()) return std::string(kOffline);
+    if (auto store = ofActiveInstance(defaults)) return *store;
+    return storeNameFor(*server, ofAllInstances(defaults));
 }
 
 std::set<std::string> ofAllInstances(const UserDefaults& defaults) {

@@ -38,7 +38,8 @@ bool groupsWouldOnlyGoRound(const CD_Correspondent& correspondent, const Corresp
                        [](const Ref<CD_Group>& group) { return group->can_edit_correspondents() != nullptr; });
 }
 
-Result<ObjectID> mergeCorrespondent(ManagedObjectContext& context, const Correspondent& record, Authority authority, const Logger& log) {
+Result<ObjectID> mergeCorrespondent(ManagedObjectContext& context, const Correspondent& record, Authority authority,
+                                    const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save correspondent %@", [&](merge::Finder& finder) {
         const auto correspondent = finder.findOrInsert<CD_Correspondent>(record.id);
         auto access = merge::resolveAccess(finder, record.permissions);
@@ -58,7 +59,8 @@ Result<ObjectID> mergeCorrespondent(ManagedObjectContext& context, const Corresp
     });
 }
 
-Result<ObjectID> mergeDocumentType(ManagedObjectContext& context, const Document_Type& record, Authority authority, const Logger& log) {
+Result<ObjectID> mergeDocumentType(ManagedObjectContext& context, const Document_Type& record, Authority authority,
+                                   const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save document type %@", [&](merge::Finder& finder) {
         const auto type = finder.findOrInsert<CD_Document_Type>(record.id);
         const auto access = merge::resolveAccess(finder, record.permissions);
@@ -71,7 +73,8 @@ Result<ObjectID> mergeDocumentType(ManagedObjectContext& context, const Document
     });
 }
 
-Result<ObjectID> mergeStoragePath(ManagedObjectContext& context, const Storage_Path& record, Authority authority, const Logger& log) {
+Result<ObjectID> mergeStoragePath(ManagedObjectContext& context, const Storage_Path& record, Authority authority,
+                                  const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save storage path %@", [&](merge::Finder& finder) {
         const auto path = finder.findOrInsert<CD_Storage_Path>(record.id);
         const auto access = merge::resolveAccess(finder, record.permissions);
@@ -94,9 +97,10 @@ MergeOutcome CoreDataHandler::saveCorrespondents(const std::vector<Correspondent
     outcome.removed =
         merge::removeOutdated<CD_Correspondent>(*this, context, m_log, records, delivery, kCorrespondentRemoval,
                                                 [](const CD_Correspondent& object) { return object.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Correspondent& record) {
-        return mergeCorrespondent(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(context, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const Correspondent& record) {
+                         return mergeCorrespondent(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 
@@ -113,9 +117,10 @@ MergeOutcome CoreDataHandler::saveDocumentTypes(const std::vector<Document_Type>
     outcome.removed =
         merge::removeOutdated<CD_Document_Type>(*this, context, m_log, records, delivery, kDocumentTypeRemoval,
                                                 [](const CD_Document_Type& object) { return object.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Document_Type& record) {
-        return mergeDocumentType(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(context, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const Document_Type& record) {
+                         return mergeDocumentType(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 
@@ -132,9 +137,10 @@ MergeOutcome CoreDataHandler::saveStoragePaths(const std::vector<Storage_Path>& 
     outcome.removed =
         merge::removeOutdated<CD_Storage_Path>(*this, context, m_log, records, delivery, kStoragePathRemoval,
                                                [](const CD_Storage_Path& object) { return object.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Storage_Path& record) {
-        return mergeStoragePath(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(context, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const Storage_Path& record) {
+                         return mergeStoragePath(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 

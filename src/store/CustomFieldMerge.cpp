@@ -12,7 +12,8 @@ constexpr merge::RemovalTexts kRemoval{"Error obtaining custom fields", "custom 
                                        "error determining outdated custom fields: %@"};
 
 // The text is the correspondents': these three kinds share messages with their neighbours.
-Result<ObjectID> mergeCustomField(ManagedObjectContext& context, const Custom_Field& record, Authority authority, const Logger& log) {
+Result<ObjectID> mergeCustomField(ManagedObjectContext& context, const Custom_Field& record, Authority authority,
+                                  const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save correspondent %@", [&](merge::Finder& finder) {
         const auto field = finder.findOrInsert<CD_Custom_Field>(record.id);
         field->setName(record.name);
@@ -32,9 +33,10 @@ MergeOutcome CoreDataHandler::saveCustomFields(const std::vector<Custom_Field>& 
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Custom_Field>(*this, context, m_log, records, delivery, kRemoval,
                                                              [](const CD_Custom_Field& field) { return field.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Custom_Field& record) {
-        return mergeCustomField(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(context, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const Custom_Field& record) {
+                         return mergeCustomField(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 

@@ -214,9 +214,8 @@ private:
 
 Result<ObjectID> mergeDocument(ManagedObjectContext& context, const Document& record, Authority authority,
                                const Logger& log) {
-    auto merged = mergeRecord(context, log, "Failed to save document %@", [&](Finder& finder) {
-        return DocumentWriter(finder, record, authority, log).write();
-    });
+    auto merged = mergeRecord(context, log, "Failed to save document %@",
+                              [&](Finder& finder) { return DocumentWriter(finder, record, authority, log).write(); });
     // A fault again: thousands of documents pass through.
     if (merged)
         if (const auto document = context.object(*merged)) context.refresh(*document, MergeChanges::No);

@@ -86,9 +86,8 @@ Result<ObjectID> CoreDataHandler::addLocalDocument(const LocalDocument& request,
     const auto analysis = analyse ? analyse(*file) : LocalAnalysis{};
 
     Result<ObjectID> result = Error{"Not saved"};
-    context->performAndWait([&] {
-        result = insertDocument(*context, request, uuid, analysis, m_services.clock->now(), m_log);
-    });
+    context->performAndWait(
+        [&] { result = insertDocument(*context, request, uuid, analysis, m_services.clock->now(), m_log); });
     if (!result)
         m_files.removeFiles(uuid);
     else if (request.removeSource)

@@ -21,8 +21,8 @@
 /// What the merges of all kinds share. Everything here runs inside the context's queue.
 namespace ledgerfinch::merge {
 
-/// Look-ups of one record's merge. A failure of the store is remembered: such a record must not be saved, for "none" was
-/// only a guess.
+/// Look-ups of one record's merge. A failure of the store is remembered: such a record must not be saved, for "none"
+/// was only a guess.
 class Finder {
 public:
     explicit Finder(ManagedObjectContext& context) : m_context(context) {}
@@ -85,8 +85,8 @@ void undo(ManagedObjectContext& context, ManagedObject* object, bool wasAlone);
 /// Nothing can be written any more, so that the rest of a list needs no try.
 bool endsTheList(const Error& error);
 
-/// One record: written, saved, and taken back when it can't be saved. `write` gives the object, or null for none. A record whose row
-/// another process deleted meanwhile is written once more.
+/// One record: written, saved, and taken back when it can't be saved. `write` gives the object, or null for none. A
+/// record whose row another process deleted meanwhile is written once more.
 template <class Write>
 Result<ObjectID> mergeRecord(ManagedObjectContext& context, const Logger& log, std::string_view failureFormat,
                              Write write) {

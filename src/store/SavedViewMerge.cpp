@@ -40,12 +40,15 @@ void writeRules(ManagedObjectContext& context, CD_Saved_View& view, const std::v
         context.remove(*old);
 }
 
-Result<ObjectID> mergeSavedView(ManagedObjectContext& context, const Saved_view& record, Authority authority, const Logger& log) {
+Result<ObjectID> mergeSavedView(ManagedObjectContext& context, const Saved_view& record, Authority authority,
+                                const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save custom view %@", [&](merge::Finder& finder) {
         const auto view = finder.findOrInsert<CD_Saved_View>(record.id);
         view->setName(record.name);
-        merge::take(*view, &CD_Saved_View::setShow_on_dashboard, record.show_on_dashboard, record, "show_on_dashboard", authority);
-        merge::take(*view, &CD_Saved_View::setShow_in_sidebar, record.show_in_sidebar, record, "show_in_sidebar", authority);
+        merge::take(*view, &CD_Saved_View::setShow_on_dashboard, record.show_on_dashboard, record, "show_on_dashboard",
+                    authority);
+        merge::take(*view, &CD_Saved_View::setShow_in_sidebar, record.show_in_sidebar, record, "show_in_sidebar",
+                    authority);
         merge::take(*view, &CD_Saved_View::setSort_field, record.sort_field, record, "sort_field", authority);
         merge::take(*view, &CD_Saved_View::setSort_reverse, record.sort_reverse, record, "sort_reverse", authority);
         writeRules(context, *view, record.filter_rules);

@@ -127,8 +127,8 @@ Result<std::vector<std::int64_t>> readDeliveredDocumentIds(const PersistentConta
     const auto& table = container.model().entity(CD_Document::kEntityName).table;
     std::vector<std::int64_t> ids;
     const auto read = query(container.file(), database->get(),
-                            "SELECT " + column("id") + " FROM " + identifier(table) + " WHERE " + column("server_shadow") +
-                                " IS NOT NULL",
+                            "SELECT " + column("id") + " FROM " + identifier(table) + " WHERE " +
+                                column("server_shadow") + " IS NOT NULL",
                             [&ids](sqlite3_stmt* statement) {
                                 ids.push_back(sqlite3_column_int64(statement, 0));
                                 return true;

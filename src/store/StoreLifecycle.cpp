@@ -124,6 +124,9 @@ Result<void> CoreDataHandler::moveTo(const std::string& name, Mode mode) {
 }
 
 Result<void> CoreDataHandler::moveToStore(std::string_view name) {
+    // Offline papers exist nowhere else: no server's documents are merged into, or removed from, their store.
+    if (storeNames::isOffline(name) && storeNames::isOfflineClaimed(*m_services.defaults))
+        return Error{"The store of offline mode can't be a server's"};
     auto moved = moveTo(std::string(name), Mode::Local);
     if (moved) m_log.debug("Moved to store %{public}s", name);
     return moved;

@@ -14,9 +14,13 @@ std::optional<JsonObject> connectedInstances(const UserDefaults& defaults) {
     return text ? JsonObject::parse(*text) : std::nullopt;
 }
 
-std::optional<std::string> storeOf(const JsonObject& instances, const std::string& address) {
+std::optional<std::string> namedStoreOf(const JsonObject& instances, const std::string& address) {
     const auto instance = instances.object(address);
-    auto store = instance ? instance->text("store") : std::nullopt;
+    return instance ? instance->text("store") : std::nullopt;
+}
+
+std::optional<std::string> storeOf(const JsonObject& instances, const std::string& address) {
+    auto store = namedStoreOf(instances, address);
     // Offline papers exist nowhere else: an entry that names their store names none.
     if (store && isOffline(*store)) return std::nullopt;
     return store;
@@ -53,6 +57,13 @@ std::set<std::string> expected(const UserDefaults& defaults) {
     auto names = ofAllInstances(defaults);
     names.insert(std::string(kOffline));
     return names;
+}
+
+bool isOfflineClaimed(const UserDefaults& defaults) {
+    const auto instances = connectedInstances(defaults);
+    return instances && std::any_of(instances->members().begin(), instances->members().end(), [&](const auto& member) {
+               return isOffline(namedStoreOf(*instances, member.first).value_or(""));
+           });
 }
 
 bool isOffline(std::string_view name) {

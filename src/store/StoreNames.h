@@ -25,6 +25,8 @@ std::string active(const UserDefaults& defaults);
 std::set<std::string> ofAllInstances(const UserDefaults& defaults);
 /// The stores that should lie in the shared container: those of all instances, and that of offline mode.
 std::set<std::string> expected(const UserDefaults& defaults);
+/// Whether an entry of a server names the store of offline mode.
+bool isOfflineClaimed(const UserDefaults& defaults);
 /// Whether the name means the store of offline mode, on a file system with or without case.
 bool isOffline(std::string_view name);
 

@@ -33,11 +33,11 @@ bool linkAgain(merge::Finder& finder, CD_Document& document) {
     if (!delivered) return true;
     // Every relation gets its turn, also after one that is still missing.
     bool complete = linkAgain(finder, document, *delivered, "correspondent", &CD_Document::correspondent,
-                               &CD_Document::setCorrespondent);
+                              &CD_Document::setCorrespondent);
     complete &= linkAgain(finder, document, *delivered, "document_type", &CD_Document::document_type,
-                               &CD_Document::setDocument_type);
+                          &CD_Document::setDocument_type);
     complete &= linkAgain(finder, document, *delivered, "storage_path", &CD_Document::storage_path,
-                               &CD_Document::setStorage_path);
+                          &CD_Document::setStorage_path);
     complete &= linkTagsAgain(finder, document, *delivered);
     return complete;
 }

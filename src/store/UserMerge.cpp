@@ -61,7 +61,8 @@ Result<ObjectID> mergeUser(ManagedObjectContext& context, const User& record, Au
     });
 }
 
-Result<ObjectID> mergeGroup(ManagedObjectContext& context, const PaperlessGroup& record, Authority authority, const Logger& log) {
+Result<ObjectID> mergeGroup(ManagedObjectContext& context, const PaperlessGroup& record, Authority authority,
+                            const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save storage path %@", [&](merge::Finder& finder) {
         const auto group = finder.findOrInsert<CD_Group>(record.id);
         merge::take(*group, &CD_Group::setName, record.name, record, "name", authority);
@@ -99,9 +100,10 @@ MergeOutcome CoreDataHandler::saveGroups(const std::vector<PaperlessGroup>& reco
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Group>(*this, context, m_log, records, delivery, kGroupRemoval,
                                                       [](const CD_Group& group) { return group.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const PaperlessGroup& record) {
-        return mergeGroup(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(context, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const PaperlessGroup& record) {
+                         return mergeGroup(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 

@@ -221,8 +221,11 @@ TEST_F(DocumentMerge, FailedSaveStopsNothingAndLeavesNothingBehind) {
 TEST_F(DocumentMerge, StoreThatCannotBeAskedChangesNeitherUuidNorNumberOfDocuments) {
     store().saveDocument(document(kFull), background());
     const auto uuid = store().getDocument(10)->uuid();
-    const auto stranger = document(R"({"id":10,"title":"t","correspondent":404,"tags":[404]})");
+    // Nothing may be known of it already: what was looked up before is remembered.
+    int unknown = 400;
     for (const char* table : {"CD_Document", "CD_Correspondent", "CD_Tag"}) {
+        const auto id = std::to_string(++unknown);
+        const auto stranger = document(R"({"id":10,"title":"t","correspondent":)" + id + R"(,"tags":[)" + id + "]}");
         execute("ALTER TABLE " + std::string(table) + " RENAME TO away");
         EXPECT_FALSE(store().saveDocument(stranger, background()).isValid()) << table;
         execute("ALTER TABLE away RENAME TO " + std::string(table));

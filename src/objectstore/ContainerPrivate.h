@@ -26,6 +26,8 @@ struct PersistentContainer::Private {
     std::unique_ptr<ChangeLog> changeLog;
     std::unique_ptr<RowAllocator> rows;
     std::atomic<std::uint64_t> rowsWritten{0};
+    sqlite::Database::Fingerprint commitAtOpening; ///< with which a context need not look at the log
+    bool knowsCommitAtOpening = false;
 
     // Connections that wait for use.
     std::mutex idleMutex;

@@ -26,7 +26,8 @@ Error unknownEntity(std::string_view name) {
 
 ContextEngine::Private(PersistentContainer& ofContainer, ContextQueue queueKind)
     : container(ofContainer), sql(sharedBy(ofContainer).sql), kind(queueKind), identity(sql.model().entities().size()),
-      pending(sql.model().entities().size()), idCaches(sql.model().entities().size()) {}
+      pending(sql.model().entities().size()), idCaches(sql.model().entities().size()),
+      seenCommit(sharedBy(ofContainer).commitAtOpening), hasSeenCommit(sharedBy(ofContainer).knowsCommitAtOpening) {}
 
 ContextEngine::~Private() {
     if (connection) sharedBy(container).giveBack(std::move(connection));

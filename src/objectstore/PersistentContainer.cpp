@@ -116,6 +116,8 @@ Result<std::shared_ptr<PersistentContainer>> PersistentContainer::open(const Mod
     auto d = std::make_unique<Private>(model, std::move(description), log);
     d->identity = store->identity;
     d->lastChange = store->lastChange;
+    d->commitAtOpening = d->seenCommit = store->commit;
+    d->knowsCommitAtOpening = d->hasSeenCommit = store->hasCommit;
     const std::int64_t writer = randomNumber();
     d->changeLog = std::make_unique<ChangeLog>(store->identity, writer, store->entityNumbers);
     d->rows = std::make_unique<RowAllocator>(std::move(store->entityNumbers), [shared = d.get()](const auto& work) {
@@ -194,6 +196,8 @@ Result<std::vector<ObjectID>> PersistentContainer::fetchIDs(const FetchRequest& 
                 }
             }
         }
+        if (!statement) code = reader.database->lastCode();
+        if (code != SQLITE_DONE && isInterrupted()) code = SQLITE_INTERRUPT; // whatever it struck
         if (code != SQLITE_DONE) failure = reader.database->error(code, "fetching " + entity->name);
     }
     {

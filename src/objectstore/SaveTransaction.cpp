@@ -42,6 +42,7 @@ Result<void> SaveTransaction::run() {
 
 void SaveTransaction::reset() {
     m_outcomes.clear();
+    m_releases.clear();
     m_gone.clear();
     m_neighbours.clear();
     m_deleted.clear();
@@ -56,6 +57,7 @@ int SaveTransaction::write() {
         if (const int code = insert(*object); code != SQLITE_OK) return code;
     for (const auto& object : m_plan.updated)
         if (const int code = update(*object); code != SQLITE_OK) return code;
+    if (const int code = releaseOthers(); code != SQLITE_OK) return code;
     for (const auto& pair : m_plan.pairs)
         if (const int code = writePair(pair); code != SQLITE_OK) return code;
     for (const auto& object : m_plan.removed)
@@ -123,7 +125,7 @@ int SaveTransaction::insert(ManagedObject& object) {
     std::vector<std::size_t> columns;
     for (std::size_t column = object.entity().attributes.size(); column < row.size(); ++column)
         columns.push_back(column);
-    if (const int code = releaseOthers(object, row, columns); code != SQLITE_OK) return code;
+    noteReleases(object, row, columns);
     m_outcomes.push_back(std::move(outcome));
     return SQLITE_OK;
 }
@@ -142,7 +144,8 @@ int SaveTransaction::updateColumns(const ManagedObject& object, const std::vecto
         if (const int code = statement->step(); code != SQLITE_DONE) return code;
     }
     hit = m_database.changes() > 0;
-    return hit ? releaseOthers(object, values, columns) : SQLITE_OK;
+    if (hit) noteReleases(object, values, columns);
+    return SQLITE_OK;
 }
 
 int SaveTransaction::update(ManagedObject& object) {
@@ -206,29 +209,34 @@ int SaveTransaction::resolveConflict(ManagedObject& object) {
     return SQLITE_OK;
 }
 
-/// One to one: another row that somebody else let point to the same target meanwhile lets go of it.
-int SaveTransaction::releaseOthers(const ManagedObject& object, const std::vector<Value>& values,
+void SaveTransaction::noteReleases(const ManagedObject& object, const std::vector<Value>& values,
                                    const std::vector<std::size_t>& columns) {
     const ObjectID& id = object.objectID();
-    const EntitySql& entitySql = m_engine.sql[id.entity];
     const std::size_t attributes = object.entity().attributes.size();
     for (const std::size_t column : columns) {
         if (column < attributes) continue;
-        const std::size_t relationIndex = entitySql.columnRelations[column - attributes];
+        const std::size_t relationIndex = m_engine.sql[id.entity].columnRelations[column - attributes];
         const Relation& relation = object.entity().relations[relationIndex];
-        const std::int64_t target = std::get<std::int64_t>(values[column]);
         const Relation& inverse = m_engine.sql[relation.target].entity->relations[relation.inverse];
+        const std::int64_t target = std::get<std::int64_t>(values[column]);
         if (target == 0 || inverse.description.cardinality != Cardinality::ToOne) continue;
         // Nobody else knows a row that is inserted by this save.
-        if (isInsertedHere(relation.target, target)) continue;
-        const SlotSql& text = entitySql.relations[relationIndex].releaseOthers;
+        if (!isInsertedHere(relation.target, target)) m_releases.push_back({id.entity, relationIndex, target, id.row});
+    }
+}
+
+/// One to one: another row that somebody else let point to the same target meanwhile lets go of it. After all updates,
+/// because those of this save let go by themselves.
+int SaveTransaction::releaseOthers() {
+    for (const Release& release : m_releases) {
+        const SlotSql& text = m_engine.sql[release.entity].relations[release.relation].releaseOthers;
         sqlite::Use statement(m_database.statement(text.slot, text.text));
         if (!statement) return m_database.lastCode();
-        statement->bind(1, target);
-        statement->bind(2, id.row);
+        statement->bind(1, release.target);
+        statement->bind(2, release.row);
         int code = SQLITE_ROW;
         while ((code = statement->step()) == SQLITE_ROW)
-            m_neighbours.push_back(m_engine.idOf(id.entity, statement->integer(0)));
+            m_neighbours.push_back(m_engine.idOf(release.entity, statement->integer(0)));
         if (code != SQLITE_DONE) return code;
     }
     return SQLITE_OK;
@@ -349,94 +357,6 @@ void SaveTransaction::noteEndpoints() {
     without(m_changes.inserted);
     without(m_changes.deleted);
     without(m_gone);
-}
-
-/// What was pending about a saved object's columns is now in the store.
-void SaveTransaction::settle(const ManagedObject& object) {
-    const ObjectState& state = stateOf(object);
-    const EntitySql& entitySql = m_engine.sql[object.objectID().entity];
-    const std::size_t attributes = object.entity().attributes.size();
-    for (std::size_t column = attributes; column < state.values.size(); ++column) {
-        const Value* original = state.original(column);
-        if (!state.inserted && !original) continue;
-        const Relation& relation = object.entity().relations[entitySql.columnRelations[column - attributes]];
-        SetKey key{static_cast<std::uint32_t>(relation.target), static_cast<std::uint32_t>(relation.inverse), 0};
-        if (original && (key.row = std::get<std::int64_t>(*original)) != 0)
-            m_engine.shiftDelta(key, object.objectID().row, true);
-        if ((key.row = state.row(column)) != 0) m_engine.shiftDelta(key, object.objectID().row, false);
-    }
-}
-
-void SaveTransaction::settlePair(const SavePlan::Pair& pair) {
-    const Relation& relation = m_engine.sql[pair.entity].entity->relations[pair.relation];
-    m_engine.shiftDelta({pair.entity, pair.relation, pair.row}, pair.member, !pair.add);
-    m_engine.shiftDelta(
-        {static_cast<std::uint32_t>(relation.target), static_cast<std::uint32_t>(relation.inverse), pair.member},
-        pair.row, !pair.add);
-}
-
-void SaveTransaction::apply() {
-    if (m_plan.everything) {
-        m_engine.deltas.clear();
-    } else {
-        for (const auto& pair : m_plan.pairs)
-            settlePair(pair);
-        for (const auto* list : {&m_plan.inserted, &m_plan.updated})
-            for (const auto& object : *list)
-                settle(*object);
-    }
-    // Ids that lead elsewhere now.
-    const auto forgetId = [this](const ManagedObject& object, const Value& id) {
-        if (const auto* number = std::get_if<std::int64_t>(&id))
-            m_engine.idCaches[object.objectID().entity].rows.erase(*number);
-    };
-    for (const auto* list : {&m_plan.inserted, &m_plan.updated}) {
-        for (const auto& object : *list) {
-            const auto attribute = m_engine.sql[object->objectID().entity].idAttribute;
-            if (attribute < 0) continue;
-            const ObjectState& state = stateOf(*object);
-            if (const Value* original = state.original(static_cast<std::size_t>(attribute)))
-                forgetId(*object, *original);
-            forgetId(*object, state.values[static_cast<std::size_t>(attribute)]);
-        }
-    }
-    for (const ObjectID& id : m_deleted)
-        m_engine.idCaches[id.entity].rows.clear();
-
-    for (Outcome& outcome : m_outcomes) {
-        ObjectState& state = stateOf(*outcome.object);
-        state.version = outcome.version;
-        state.inserted = false;
-        state.originals.clear();
-        if (outcome.values.empty()) continue;
-        state.values = std::move(outcome.values);
-    }
-    for (const auto* list : {&m_plan.inserted, &m_plan.updated, &m_plan.touched})
-        for (const auto& object : *list)
-            if (m_plan.everything || !m_engine.isEffective(*object)) m_engine.forgetPending(*object);
-    for (const ObjectID& id : m_deleted) {
-        const auto object = m_engine.alive(id.entity, id.row);
-        if (object) m_engine.markGone(*object);
-    }
-    for (const ObjectID& id : m_gone)
-        if (const auto object = m_engine.alive(id.entity, id.row)) m_engine.markGone(*object);
-
-    // Whoever lost a neighbour, or was merged with what others wrote, reads its relations anew.
-    const auto readAnew = [this](const ObjectID& id) {
-        const auto object = m_engine.alive(id.entity, id.row);
-        if (!object || stateOf(*object).gone || stateOf(*object).inserted) return;
-        ObjectState& state = stateOf(*object);
-        state.sets.clear();
-        if (state.originals.empty())
-            state.loaded = false;
-        else
-            m_engine.rebase(*object);
-    };
-    for (const ObjectID& id : m_neighbours)
-        readAnew(id);
-    if (m_isCareful || m_hadConflict)
-        for (const ObjectID& id : m_changes.updated)
-            readAnew(id);
 }
 
 } // namespace ledgerfinch

@@ -48,14 +48,22 @@ private:
         std::vector<Value> values; ///< empty: those in memory
     };
 
+    struct Release {
+        std::size_t entity;
+        std::size_t relation;
+        std::int64_t target;
+        std::int64_t row;
+    };
+
     int write();
     int insert(ManagedObject& object);
     int update(ManagedObject& object);
     int updateColumns(const ManagedObject& object, const std::vector<Value>& values,
                       const std::vector<std::size_t>& columns, std::int64_t version, bool& hit);
     int resolveConflict(ManagedObject& object);
-    int releaseOthers(const ManagedObject& object, const std::vector<Value>& values,
+    void noteReleases(const ManagedObject& object, const std::vector<Value>& values,
                       const std::vector<std::size_t>& columns);
+    int releaseOthers();
     int writePair(const SavePlan::Pair& pair);
     int remove(std::size_t entity, std::int64_t row);
     int noteNeighbours(std::size_t entity, std::int64_t row, std::vector<ObjectID>& cascade);
@@ -73,6 +81,7 @@ private:
     /// After a foreign key failed at the commit: look at each target first. Seldom, so not done at once.
     bool m_isCareful = false;
     bool m_hadConflict = false;
+    std::vector<Release> m_releases;
     std::vector<Outcome> m_outcomes;
     std::vector<ObjectID> m_gone;                         ///< rows that were to be changed or pointed to
     std::vector<ObjectID> m_neighbours;                   ///< changed by the removal of others

@@ -81,9 +81,10 @@ struct Description {
 /// What the file says about itself; refuses what isn't a store of this model.
 Result<Description> describe(sqlite::Database& database, const Model& model, const std::filesystem::path& file) {
     Description result;
-    auto metaTables = readNumber(database, "SELECT count(*) FROM sqlite_master WHERE type='table' AND name='lf_meta'");
-    if (!metaTables) return metaTables.error();
-    if (metaTables->value_or(0) == 0) {
+    sqlite::Use meta(database.statement("SELECT model,version,hash,identity FROM lf_meta"));
+    if (!meta) {
+        if (database.lastCode() != SQLITE_ERROR) return database.lastError("reading the description");
+        // No such table. A file with nothing in it is one to be made.
         auto things = readNumber(database, "SELECT count(*) FROM sqlite_master");
         if (!things) return things.error();
         auto version = readNumber(database, "PRAGMA user_version");
@@ -93,8 +94,6 @@ Result<Description> describe(sqlite::Database& database, const Model& model, con
         result.isEmpty = true;
         return result;
     }
-    sqlite::Use meta(database.statement("SELECT model,version,hash,identity FROM lf_meta"));
-    if (!meta) return database.lastError("reading the description");
     const int code = meta->step();
     if (code != SQLITE_ROW && code != SQLITE_DONE) return database.error(code, "reading the description");
     if (code == SQLITE_DONE)
@@ -323,6 +322,8 @@ Result<void> readNumbers(StoreFile& store, const Model& model) {
         if (const Entity* entity = model.find(statement->text(0)))
             store.entityNumbers[entity->index] = statement->integer(1);
     if (code != SQLITE_DONE) return database.error(code, "reading the description");
+    // Before the log is read, so that no commit falls between the two.
+    store.hasCommit = database.fingerprint(store.commit);
     auto last = readNumber(database, "SELECT max(seq) FROM lf_change");
     if (!last) return last.error();
     store.lastChange = last->value_or(0);

@@ -17,6 +17,8 @@ struct StoreFile {
     std::uint64_t identity = 0;
     std::vector<std::int64_t> entityNumbers; ///< for each entity of the model, its number in this file, for life
     std::int64_t lastChange = 0;             ///< the newest entry of the change log
+    sqlite::Database::Fingerprint commit;    ///< when that was read
+    bool hasCommit = false;
 };
 
 /// Opens or creates the file and brings it to the model. Looks first, without writing: a file that is damaged, not

@@ -131,6 +131,33 @@ TEST_F(ConflictTest, OneToOneEndsWithOnePartnerThoughBothWereQuick) {
     EXPECT_EQ(body->toOne(Body::OfPaper), second);
 }
 
+TEST_F(ConflictTest, PartnersThatAreExchangedDontConflictWithEachOther) {
+    other->setMergePolicy(MergePolicy::ByPropertyStoreTrump);
+    auto second = paper(*other, 2);
+    auto first = other->insert<Body>();
+    auto last = other->insert<Body>();
+    theirs->setToOne(Paper::Body, first.get());
+    second->setToOne(Paper::Body, last.get());
+    expectOk(other->save());
+    theirs->setToOne(Paper::Body, last.get());
+    second->setToOne(Paper::Body, first.get());
+    expectOk(other->save());
+    for (const char* when : {"saved", "read again"}) {
+        SCOPED_TRACE(when);
+        EXPECT_EQ(theirs->toOne(Paper::Body), last);
+        EXPECT_EQ(second->toOne(Paper::Body), first);
+        EXPECT_EQ(last->toOne(Body::OfPaper), theirs);
+        other->refreshAllUnchanged();
+    }
+    theirs->setToOne(Paper::Body, nullptr);
+    second->setToOne(Paper::Body, last.get());
+    first->setToOne(Body::OfPaper, theirs.get());
+    expectOk(other->save());
+    other->refreshAllUnchanged();
+    EXPECT_EQ(theirs->toOne(Paper::Body), first);
+    EXPECT_EQ(second->toOne(Paper::Body), last);
+}
+
 TEST_F(ConflictTest, MergesIntoLoadedObjectsUnderUnsavedChanges) {
     auto second = paper(*view, 2, "Second");
     expectOk(view->save());

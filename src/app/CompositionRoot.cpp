@@ -2,11 +2,11 @@
 #include "app/CompositionRoot.h"
 
 #include "app/LazySecretStore.h"
-#include "connection/Instances.h"
 #include "connection/KeychainHandler.h"
 #include "platform/LogSinks.h"
 #include "platform/Text.h"
 #include "store/FilenameSchemes.h"
+#include "store/StoreNames.h"
 
 #include <vector>
 
@@ -65,16 +65,18 @@ CoreDataHandler& CompositionRoot::core() {
     return *m_core;
 }
 
+void CompositionRoot::sweepStrays() {
+    if (m_sweep.joinable()) return;
+    m_sweep = std::jthread([&files = core().documentFiles()](const std::stop_token& stop) { files.sweepStrays(stop); });
+}
+
 std::filesystem::path CompositionRoot::logFolder() const {
     return m_services.paths.state / "logs";
 }
 
 std::filesystem::path CompositionRoot::activeStoreFile() const {
-    const auto server = m_services.defaults->string("server").value_or("");
-    const auto instances = ConnectedInstances::load(*m_services.defaults);
-    const auto* entry = instances.find(server);
-    std::string store(CoreDataHandler::kContainerName);
-    if (entry && isStoreName(entry->second.store)) store = entry->second.store;
+    auto store = storeNames::active(*m_services.defaults);
+    if (!isStoreName(store)) store = CoreDataHandler::kContainerName;
     return m_services.paths.container / (store + ".sqlite");
 }
 

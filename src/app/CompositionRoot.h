@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <variant>
 
 namespace ledgerfinch {
@@ -40,6 +41,9 @@ public:
     /// Opened by the first call, on the main thread. A store that can't be opened ends the program in the documented
     /// way.
     CoreDataHandler& core();
+    /// Removes leftovers beside the store, once, on a thread of its own; opens the store. For work that changes the
+    /// device's files anyway. The end of the program waits for the entry in hand at most.
+    void sweepStrays();
     /// Where stored log lines lie.
     [[nodiscard]] std::filesystem::path logFolder() const;
 
@@ -60,6 +64,7 @@ private:
 
     Services m_services;
     std::unique_ptr<CoreDataHandler> m_core;
+    std::jthread m_sweep; ///< ends before the store does
 };
 
 } // namespace ledgerfinch

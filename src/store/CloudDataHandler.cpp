@@ -4,6 +4,7 @@
 #include "store/DocumentFiles.h"
 #include "store/StoreFolder.h"
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <thread>
@@ -18,6 +19,7 @@ namespace fs = std::filesystem;
 constexpr std::string_view kPlaceholderMark = ".icloud";
 constexpr std::chrono::microseconds kPollInterval{500'000};
 constexpr int kPollLimit = 120;
+constexpr std::int64_t kLargestFile = std::int64_t{1} << 30;
 constexpr std::array kFolders{DocumentFiles::kDocuments, DocumentFiles::kPreviews};
 
 /// Which entries of a folder move.
@@ -29,11 +31,30 @@ std::string withoutMark(std::string name) {
     return name;
 }
 
-/// The entry is there afterwards, whole. One that is there already stays as it is, unless it is an empty folder.
+/// Whether both hold the same files with the same bytes.
+bool isSame(FileSystem& files, const fs::path& first, const fs::path& second) {
+    auto names = files.list(first);
+    auto others = files.list(second);
+    if (!names || !others) {
+        const auto bytes = files.read(first, kLargestFile);
+        const auto otherBytes = files.read(second, kLargestFile);
+        return bytes && otherBytes && *bytes == *otherBytes;
+    }
+    std::sort(names->begin(), names->end());
+    std::sort(others->begin(), others->end());
+    return *names == *others && std::all_of(names->begin(), names->end(), [&](const std::string& name) {
+        return isSame(files, first / name, second / name);
+    });
+}
+
+/// The entry is there afterwards, whole. One that is there already is a failure, unless it is an empty folder or an
+/// earlier move that was cut off has left the same files.
 Result<void> copyEntry(FileSystem& files, const fs::path& from, const fs::path& to) {
     if (files.exists(to)) {
         std::error_code error;
-        if (!fs::is_empty(to, error) && !error) return {};
+        const bool isEmpty = fs::is_directory(to, error) && fs::is_empty(to, error) && !error;
+        if (!isEmpty)
+            return isSame(files, from, to) ? Result<void>() : Error{to.filename().string() + " is there already"};
         if (auto removed = files.removeAll(to); !removed) return removed;
     }
     return files.copyAll(from, to);

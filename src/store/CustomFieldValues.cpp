@@ -4,6 +4,7 @@
 #include "platform/Dates.h"
 #include "records/Attributes.h"
 #include "records/JsonWriter.h"
+#include "store/MergeSupport.h"
 #include "store/MonetaryText.h"
 
 #include <algorithm>
@@ -112,11 +113,11 @@ struct FieldSlot {
 };
 
 /// One slot for each entry whose field is known, in order. A field that comes twice has its last fitting value in both.
-std::vector<FieldSlot> slotsOf(ManagedObjectContext& context, const CD_Document& document,
+std::vector<FieldSlot> slotsOf(merge::Finder& finder, const CD_Document& document,
                                const std::vector<Custom_Field_of_Document>& entries, const Logger& log) {
     std::vector<FieldSlot> slots;
     for (const auto& entry : entries) {
-        auto field = context.firstWithID<CD_Custom_Field>(entry.field);
+        auto field = finder.find<CD_Custom_Field>(entry.field);
         if (!field) continue;
         auto encoded = encodeFieldValue(field->data_type(), entry.value, field->name().value_or(""),
                                         document.title().value_or(""), log);
@@ -177,13 +178,18 @@ std::optional<EncodedFieldValue> encodeFieldValue(const std::optional<std::strin
     return encoded;
 }
 
-void writeFieldValues(ManagedObjectContext& context, CD_Document& document,
-                      const std::vector<Custom_Field_of_Document>& entries, const Logger& log) {
-    const auto slots = slotsOf(context, document, entries, log);
-    for (const auto& slot : slots)
+std::vector<Ref<CD_Custom_Field>> writeFieldValues(merge::Finder& finder, CD_Document& document,
+                                                   const std::vector<Custom_Field_of_Document>& entries,
+                                                   const Logger& log) {
+    const auto slots = slotsOf(finder, document, entries, log);
+    std::vector<Ref<CD_Custom_Field>> met;
+    for (const auto& slot : slots) {
         document.addCustom_fieldsObject(slot.field);
+        met.push_back(slot.field);
+    }
     const auto present = document.custom_field_values();
-    if (sameValues(present, slots)) return;
+    if (sameValues(present, slots)) return met;
+    auto& context = finder.context();
     for (const auto& value : present)
         context.remove(*value);
     for (const auto& slot : slots) {
@@ -194,6 +200,7 @@ void writeFieldValues(ManagedObjectContext& context, CD_Document& document,
         value->setCurrency(slot.encoded.currency);
         document.addCustom_field_valuesObject(value);
     }
+    return met;
 }
 
 } // namespace ledgerfinch

@@ -15,6 +15,10 @@
 
 namespace ledgerfinch {
 
+namespace merge {
+class Finder;
+}
+
 /// What a CD_Custom_Field_Value holds.
 struct EncodedFieldValue {
     std::optional<std::string> value; ///< JSON
@@ -30,9 +34,10 @@ std::optional<EncodedFieldValue> encodeFieldValue(const std::optional<std::strin
                                                   std::string_view documentTitle, const Logger& log);
 
 /// Brings the document's fields and values to what was delivered; rewrites the values only when they differ. Entries
-/// whose field isn't known here are dropped. Inside the context's queue.
-void writeFieldValues(ManagedObjectContext& context, CD_Document& document,
-                      const std::vector<Custom_Field_of_Document>& entries, const Logger& log);
+/// whose field isn't known here are dropped. The fields met. Inside the context's queue.
+std::vector<Ref<CD_Custom_Field>> writeFieldValues(merge::Finder& finder, CD_Document& document,
+                                                   const std::vector<Custom_Field_of_Document>& entries,
+                                                   const Logger& log);
 
 /// A 32-bit number as people read it: "5.0", "12.5", "1e+20"; the fewest digits that read back.
 std::string describeFloat(float number);

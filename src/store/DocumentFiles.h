@@ -5,9 +5,11 @@
 #include "platform/Uuid.h"
 #include "store/CloudDataHandler.h"
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -48,9 +50,12 @@ public:
     /// device knows. Removes nothing when a store can't be read.
     void removeAllDownloads() const;
     /// Removes leftovers in the shared container: temporary files, and folders whose document is in no store, when
-    /// nothing touched them for a day. Removes nothing when a store can't be read or is missing. How many went. Reads
-    /// every store of the device: off the main thread.
-    std::size_t sweepStrays() const;
+    /// nothing touched them for a day. Removes nothing when a store can't be read, is missing, or had to be made anew,
+    /// and never a file that doesn't bear its document's uuid: that one may exist nowhere else. How many went. Reads
+    /// every store of the device: off the main thread. Ends early, between two entries, when it is told to.
+    std::size_t sweepStrays(std::stop_token stop = {}) const;
+    /// A store was made by this process: until the next start nobody can tell a new device from a lost store.
+    void noteNewStore() const { m_storeIsNew = true; }
 
     /// The MIME type of the file's extension, else "application/octet-stream".
     [[nodiscard]] static std::string mimeType(const std::filesystem::path& file);
@@ -65,6 +70,7 @@ private:
     const Services& m_services;
     const CloudDataHandler& m_cloud;
     Logger m_log;
+    mutable std::atomic<bool> m_storeIsNew{false};
 };
 
 } // namespace ledgerfinch

@@ -7,7 +7,8 @@
 namespace ledgerfinch::merge {
 
 /// Brings one document to what the server delivered, saves it, and turns it back into a fault, so that memory stays
-/// flat while thousands pass through. Inside the context's queue. An invalid id when the save failed.
-ObjectID mergeDocument(ManagedObjectContext& context, const Document& record, Authority authority, const Logger& log);
+/// flat while thousands pass through. Inside the context's queue. Failures are logged.
+Result<ObjectID> mergeDocument(ManagedObjectContext& context, const Document& record, Authority authority,
+                               const Logger& log);
 
 } // namespace ledgerfinch::merge

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "store/CoreDataHandler.h"
 
-#include "store/ServerShadow.h"
+#include "store/MergeSupport.h"
 #include "store/StoreFolder.h"
 
 #include <algorithm>
@@ -20,19 +20,21 @@ std::vector<Uuid> removePiece(ManagedObjectContext& context, std::span<const std
                               MergeOutcome& outcome) {
     std::vector<Uuid> uuids;
     std::size_t count = 0;
+    merge::Finder finder(context);
     for (const auto id : outdated) {
-        const auto document = context.firstWithID<CD_Document>(id);
-        if (!document || isLocalDocument(*document)) continue;
-        log.debug("documents to delete: %s", document->title().value_or("none"));
-        if (const auto uuid = document->uuid()) uuids.push_back(*uuid);
-        context.remove(*document);
-        ++count;
+        for (const auto& document : merge::deliveredDocuments(finder, id)) {
+            log.debug("documents to delete: %s", document->title().value_or("none"));
+            if (const auto uuid = document->uuid()) uuids.push_back(*uuid);
+            context.remove(*document);
+            ++count;
+        }
     }
-    if (count == 0) return {};
-    if (const auto saved = context.save(); !saved) {
+    if (count == 0 && !finder.failure()) return {};
+    const Result<void> saved = finder.failure() ? Result<void>(*finder.failure()) : context.save();
+    if (!saved) {
         context.rollback();
         log.error("Failed to delete documents %@", saved.error().message);
-        outcome.failed += count;
+        outcome.failed += outdated.size();
         return {};
     }
     outcome.removed += count;
@@ -79,6 +81,9 @@ MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int
     std::vector<std::int64_t> outdated;
     std::copy_if(stored->begin(), stored->end(), std::back_inserter(outdated),
                  [&known](std::int64_t id) { return !known.contains(id); });
+    // Two documents of one id are found together.
+    std::sort(outdated.begin(), outdated.end());
+    outdated.erase(std::unique(outdated.begin(), outdated.end()), outdated.end());
     for (std::span<const std::int64_t> rest(outdated); !rest.empty();) {
         const auto piece = rest.first(std::min(kPiece, rest.size()));
         rest = rest.subspan(piece.size());

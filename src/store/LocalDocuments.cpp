@@ -4,18 +4,24 @@
 #include "platform/Text.h"
 #include "store/MergeSupport.h"
 
+#include <algorithm>
+
 namespace ledgerfinch {
 namespace {
 
 namespace fs = std::filesystem;
 
 constexpr std::int64_t kLargestFile = std::int64_t{1} << 30;
+constexpr std::string_view kFallbackName = "document";
 constexpr std::size_t kLongestStem = 150;
 constexpr std::size_t kLongestExtension = 20;
 
-/// The file's own name, as long as a document's folder takes it.
+/// The file's own name, as long as a document's folder takes it. Names with a leading dot mean unfinished files and
+/// placeholders there.
 std::string storedName(const fs::path& source) {
     auto name = text::toValidUtf8(source.filename().string());
+    name.erase(0, std::min(name.find_first_not_of('.'), name.size()));
+    if (name.empty()) name = kFallbackName;
     if (DocumentFiles::isPlainFileName(name)) return name;
     auto stem = name.substr(0, kLongestStem);
     auto extension = fs::path(name).extension().string();
@@ -23,19 +29,47 @@ std::string storedName(const fs::path& source) {
     return text::toValidUtf8(stem) + extension;
 }
 
-void fill(ManagedObjectContext& context, CD_Document& document, const LocalAnalysis& analysis, Timestamp now) {
+void fill(merge::Finder& finder, CD_Document& document, const LocalAnalysis& analysis, Timestamp now) {
     if (analysis.text) {
-        const auto content = context.insert<CD_Document_Content>();
+        const auto content = finder.context().insert<CD_Document_Content>();
         content->setContent(*analysis.text);
         document.setContent(content);
     }
-    if (analysis.documentType) document.setDocument_type(context.firstWithID<CD_Document_Type>(*analysis.documentType));
-    if (analysis.correspondent)
-        document.setCorrespondent(context.firstWithID<CD_Correspondent>(*analysis.correspondent));
-    document.setTags(merge::resolve<CD_Tag>(context, analysis.tags));
+    if (analysis.documentType) document.setDocument_type(finder.find<CD_Document_Type>(*analysis.documentType));
+    if (analysis.correspondent) document.setCorrespondent(finder.find<CD_Correspondent>(*analysis.correspondent));
+    document.setTags(merge::resolve<CD_Tag>(finder, analysis.tags));
     document.setCreated(analysis.created.value_or(now));
     document.setModified(now);
     document.setAdded(now);
+}
+
+/// The document's row, for a file that is in place.
+Result<ObjectID> insertDocument(ManagedObjectContext& context, const LocalDocument& request, const Uuid& uuid,
+                                const LocalAnalysis& analysis, Timestamp now, const Logger& log) {
+    return merge::mergeRecord(context, log, "Failed to save document %@", [&](merge::Finder& finder) {
+        const auto document = context.insert<CD_Document>();
+        if (!request.example) {
+            if (const auto id = merge::freeDocumentId(context))
+                document->setId(*id);
+            else
+                finder.fail(id.error());
+        }
+        document->setUuid(uuid);
+        document->setTitle(request.title.value_or(text::toValidUtf8(request.source.stem().string())));
+        document->setOriginal_file_name(text::toValidUtf8(request.source.filename().string()));
+        fill(finder, *document, analysis, now);
+        return document;
+    });
+}
+
+/// The original goes only when a power cut can no longer take the document that replaces it.
+void removeSource(FileSystem& files, PersistentContainer& container, const fs::path& source, const Logger& log) {
+    auto removed = container.makeDurable();
+    if (removed) removed = files.removeAll(source);
+    if (removed)
+        log.debug("Deleted file: %s", source.string());
+    else
+        log.error("Error deleting file: %@", removed.error().message);
 }
 
 } // namespace
@@ -52,30 +86,12 @@ Result<ObjectID> CoreDataHandler::addLocalDocument(const LocalDocument& request,
     const auto analysis = analyse ? analyse(*file) : LocalAnalysis{};
 
     Result<ObjectID> result = Error{"Not saved"};
-    context->performAndWait([&] {
-        const auto highest = context->max(CD_Document::kEntityName, "id");
-        const auto document = context->insert<CD_Document>();
-        if (!request.example) document->setId(highest && *highest ? **highest + 1 : 1);
-        document->setUuid(uuid);
-        document->setTitle(request.title.value_or(text::toValidUtf8(request.source.stem().string())));
-        document->setOriginal_file_name(text::toValidUtf8(request.source.filename().string()));
-        fill(*context, *document, analysis, m_services.clock->now());
-        if (const auto saved = context->save(); saved) {
-            result = document->objectID();
-        } else {
-            m_log.error("Failed to save document %@", saved.error().message);
-            context->rollback();
-            result = saved.error();
-        }
-    });
-    if (!result) {
+    context->performAndWait(
+        [&] { result = insertDocument(*context, request, uuid, analysis, m_services.clock->now(), m_log); });
+    if (!result)
         m_files.removeFiles(uuid);
-    } else if (request.removeSource) {
-        if (const auto removed = m_services.files->removeAll(request.source); removed)
-            m_log.debug("Deleted file: %s", request.source.string());
-        else
-            m_log.error("Error deleting file: %@", removed.error().message);
-    }
+    else if (request.removeSource)
+        removeSource(*m_services.files, context->container(), request.source, m_log);
     return result;
 }
 

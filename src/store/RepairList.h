@@ -34,7 +34,8 @@ public:
     /// Durable when it returns; adding what is there changes nothing. Leaves other pending changes pending.
     Result<void> add(std::string_view kind, std::int64_t id, std::string_view reason,
                      std::shared_ptr<ManagedObjectContext> context = nullptr);
-    /// With an empty reason, whatever the reason.
+    /// With an empty reason, whatever the reason. A refusal that came after the list was last read stays: whoever read
+    /// it then hasn't mended that one.
     Result<void> remove(std::string_view kind, std::int64_t id, std::string_view reason = {},
                         std::shared_ptr<ManagedObjectContext> context = nullptr);
     /// In the order they were added; with a reason, only those.

@@ -40,6 +40,24 @@ void writeRules(ManagedObjectContext& context, CD_Saved_View& view, const std::v
         context.remove(*old);
 }
 
+Result<ObjectID> mergeSavedView(ManagedObjectContext& context, const Saved_view& record, Authority authority,
+                                const Logger& log) {
+    return merge::mergeRecord(context, log, "Failed to save custom view %@", [&](merge::Finder& finder) {
+        const auto view = finder.findOrInsert<CD_Saved_View>(record.id);
+        view->setName(record.name);
+        merge::take(*view, &CD_Saved_View::setShow_on_dashboard, record.show_on_dashboard, record, "show_on_dashboard",
+                    authority);
+        merge::take(*view, &CD_Saved_View::setShow_in_sidebar, record.show_in_sidebar, record, "show_in_sidebar",
+                    authority);
+        merge::take(*view, &CD_Saved_View::setSort_field, record.sort_field, record, "sort_field", authority);
+        merge::take(*view, &CD_Saved_View::setSort_reverse, record.sort_reverse, record, "sort_reverse", authority);
+        writeRules(context, *view, record.filter_rules);
+        setServerShadow(*view, record.raw);
+        merge::finishRepair<CD_Saved_View>(context, record.id, authority);
+        return view;
+    });
+}
+
 } // namespace
 
 MergeOutcome CoreDataHandler::saveSavedViews(const std::vector<Saved_view>& records, Delivery delivery,
@@ -48,27 +66,16 @@ MergeOutcome CoreDataHandler::saveSavedViews(const std::vector<Saved_view>& reco
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Saved_View>(*this, context, m_log, records, delivery, kRemoval,
                                                            [](const CD_Saved_View& view) { return view.name(); });
-    merge::saveEach(records, delivery, outcome,
-                    [&](const Saved_view& record) { return saveSavedView(record, context).isValid(); });
+    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Saved_view& record) {
+        return mergeSavedView(entered, record, Authority::Merge, m_log);
+    });
     return outcome;
 }
 
 ObjectID CoreDataHandler::saveSavedView(const Saved_view& record, ContextRef context, Authority authority) {
-    context = contextOrView(std::move(context));
-    ObjectID saved;
-    context->performAndWait([&] {
-        const auto view = merge::findOrInsert<CD_Saved_View>(*context, record.id);
-        view->setName(record.name);
-        merge::setIfPresent(*view, &CD_Saved_View::setShow_on_dashboard, record.show_on_dashboard);
-        merge::setIfPresent(*view, &CD_Saved_View::setShow_in_sidebar, record.show_in_sidebar);
-        merge::setIfPresent(*view, &CD_Saved_View::setSort_field, record.sort_field);
-        merge::setIfPresent(*view, &CD_Saved_View::setSort_reverse, record.sort_reverse);
-        writeRules(*context, *view, record.filter_rules);
-        setServerShadow(*view, record.raw);
-        merge::finishRepair<CD_Saved_View>(*context, record.id, authority);
-        if (merge::save(*context, m_log, "Failed to save custom view %@")) saved = view->objectID();
+    return merge::mergeAndWait(contextOrView(std::move(context)), [&](ManagedObjectContext& entered) {
+        return mergeSavedView(entered, record, authority, m_log);
     });
-    return saved;
 }
 
 } // namespace ledgerfinch

@@ -4,8 +4,10 @@
 #include "records/JsonReader.h"
 #include "store/entities/Entities.h"
 
+#include <algorithm>
 #include <concepts>
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace ledgerfinch {
@@ -24,19 +26,38 @@ template <Shadowed T>
     return text ? JsonObject::parse(*text) : std::nullopt;
 }
 
-/// Takes over members that the server accepted, after a write that it answered with success but without the record.
+/// Takes over members that the server accepted, after a write that it answered with success but without the record. An
+/// object that no server delivered stays one.
 template <Shadowed T>
 void updateServerShadow(T& object, const JsonObject& accepted) {
-    JsonObject shadow = serverShadow(object).value_or(JsonObject());
+    auto shadow = serverShadow(object);
+    if (!shadow) return;
     for (const auto& [name, fragment] : accepted.members())
-        shadow.setRaw(name, fragment);
-    object.setServer_shadow(shadow.toText());
+        shadow->setRaw(name, fragment);
+    object.setServer_shadow(shadow->toText());
 }
 
-/// The record as delivered. A record that came without any member counts as delivered all the same.
+/// What is remembered after a delivery: its members replace those known before, and members that this one left out
+/// stay as they were last delivered. A record that came without any member counts as delivered all the same.
+[[nodiscard]] inline std::string shadowAfter(const std::optional<std::string>& before, std::string_view raw) {
+    if (!before) return raw.empty() ? std::string("{}") : std::string(raw);
+    if (raw.empty() || *before == raw) return *before;
+    auto merged = JsonObject::parse(*before);
+    const auto delivered = JsonObject::parse(raw);
+    if (!merged || !delivered) return std::string(raw);
+    const auto isDelivered = [&](const auto& member) {
+        return delivered->has(member.first);
+    };
+    // A delivery that leaves out nothing is kept to the byte.
+    if (std::all_of(merged->members().begin(), merged->members().end(), isDelivered)) return std::string(raw);
+    for (const auto& [name, fragment] : delivered->members())
+        merged->setRaw(name, fragment);
+    return merged->toText();
+}
+
 template <Shadowed T>
 void setServerShadow(T& object, std::string_view raw) {
-    object.setServer_shadow(raw.empty() ? std::string("{}") : std::string(raw));
+    object.setServer_shadow(shadowAfter(object.server_shadow(), raw));
 }
 
 /// Added on this device and never delivered by a server: its file exists nowhere else.

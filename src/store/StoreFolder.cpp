@@ -12,6 +12,8 @@
 namespace ledgerfinch {
 namespace {
 
+/// Holds custom queries and no documents.
+constexpr std::string_view kQueryStore = "Ledgerfinch-queries";
 constexpr int kBusyMilliseconds = 5000;
 
 struct Close {
@@ -53,6 +55,11 @@ std::string identifier(std::string_view name) {
     return '"' + std::string(name) + '"';
 }
 
+/// Of the documents' table. A bare name that no column has would be taken for a text.
+std::string column(std::string_view name) {
+    return identifier(ledgerfinchModel().entity(CD_Document::kEntityName).table) + '.' + identifier(name);
+}
+
 std::optional<Uuid> uuidAt(sqlite3_stmt* statement, int column) {
     const auto* bytes = static_cast<const char*>(sqlite3_column_blob(statement, column));
     const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
@@ -82,9 +89,13 @@ Result<void> addDocumentsOf(const std::filesystem::path& file, KnownDocuments& k
     const auto& table = ledgerfinchModel().entity(CD_Document::kEntityName).table;
     const auto documents = hasDocuments(file, database->get(), table);
     if (!documents) return documents.error();
-    if (!*documents) return {};
+    if (!*documents) {
+        if (file.stem() != kQueryStore) known.emptyStores.insert(file.stem().string());
+        return {};
+    }
     return query(file, database->get(),
-                 "SELECT \"uuid\", \"server_shadow\" IS NULL FROM " + identifier(table) + " WHERE \"uuid\" IS NOT NULL",
+                 "SELECT " + column("uuid") + ", " + column("server_shadow") + " IS NULL FROM " + identifier(table) +
+                     " WHERE " + column("uuid") + " IS NOT NULL",
                  [&known](sqlite3_stmt* statement) {
                      const auto uuid = uuidAt(statement, 0);
                      if (uuid) (sqlite3_column_int(statement, 1) != 0 ? known.local : known.delivered).insert(*uuid);
@@ -116,7 +127,8 @@ Result<std::vector<std::int64_t>> readDeliveredDocumentIds(const PersistentConta
     const auto& table = container.model().entity(CD_Document::kEntityName).table;
     std::vector<std::int64_t> ids;
     const auto read = query(container.file(), database->get(),
-                            "SELECT \"id\" FROM " + identifier(table) + " WHERE \"server_shadow\" IS NOT NULL",
+                            "SELECT " + column("id") + " FROM " + identifier(table) + " WHERE " +
+                                column("server_shadow") + " IS NOT NULL",
                             [&ids](sqlite3_stmt* statement) {
                                 ids.push_back(sqlite3_column_int64(statement, 0));
                                 return true;

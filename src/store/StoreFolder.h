@@ -18,6 +18,8 @@ namespace ledgerfinch {
 struct KnownDocuments {
     std::set<Uuid> delivered; ///< came from a server, at least in one store
     std::set<Uuid> local;     ///< added on this device, at least in one store
+    /// Stores without tables: new, or cut off, and then nobody knows what they held.
+    std::set<std::string> emptyStores;
 
     [[nodiscard]] bool contains(const Uuid& uuid) const { return delivered.contains(uuid) || local.contains(uuid); }
 };

@@ -26,6 +26,9 @@ bool checkedCloudSetting(UserDefaults& defaults, const CloudDataHandler& cloud, 
 CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink)
     : m_services(services), m_log(services.logger("CoreDataHandler")), m_model(makeLedgerfinchModel(std::move(sink))),
       m_cloud(services), m_files(services, m_cloud) {
+    std::error_code error;
+    if (!std::filesystem::is_directory(services.paths.container, error))
+        fatal("Shared file container could not be created.");
     const auto mode = checkedCloudSetting(*services.defaults, m_cloud, m_log) ? Mode::Mirrored : Mode::Local;
     const auto name = activeStoreName();
     if (mode == Mode::Mirrored)
@@ -77,17 +80,15 @@ ContextRef CoreDataHandler::contextOrView(ContextRef context) const {
 }
 
 std::string CoreDataHandler::activeStoreName() const {
-    return storeNames::ofActiveInstance(*m_services.defaults).value_or(std::string(kContainerName));
+    return storeNames::active(*m_services.defaults);
 }
 
 Result<CoreDataHandler::OpenStore> CoreDataHandler::openStore(const std::string& name, Mode mode) const {
     if (!isStoreName(name)) return Error{"The store's name isn't a file name"};
-    // Offline papers exist nowhere else: no server's documents are merged into, or removed from, their store.
-    if (storeNames::isOffline(name))
-        for (const auto& store : storeNames::ofAllInstances(*m_services.defaults))
-            if (storeNames::isOffline(store)) return Error{"The store of offline mode can't be a server's"};
     const auto file = m_cloud.localRoot() / (name + std::string(kSuffix));
     m_log.debug("Opening store from %s", file.string());
+    std::error_code error;
+    if (const auto size = std::filesystem::file_size(file, error); error || size == 0) m_files.noteNewStore();
     auto container = PersistentContainer::open(*m_model, {file, Durability::Normal, {}}, m_log);
     if (!container) return container.error();
 
@@ -123,6 +124,9 @@ Result<void> CoreDataHandler::moveTo(const std::string& name, Mode mode) {
 }
 
 Result<void> CoreDataHandler::moveToStore(std::string_view name) {
+    // Offline papers exist nowhere else: no server's documents are merged into, or removed from, their store.
+    if (storeNames::isOffline(name) && storeNames::isOfflineClaimed(*m_services.defaults))
+        return Error{"The store of offline mode can't be a server's"};
     auto moved = moveTo(std::string(name), Mode::Local);
     if (moved) m_log.debug("Moved to store %{public}s", name);
     return moved;

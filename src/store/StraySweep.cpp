@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <stop_token>
 #include <sys/stat.h>
 
 namespace ledgerfinch {
@@ -32,8 +33,8 @@ std::optional<Timestamp> lastTouched(const fs::path& path) {
 
 class Sweep {
 public:
-    Sweep(FileSystem& files, const KnownDocuments& known, Timestamp now)
-        : m_files(files), m_known(known), m_before(now - kUntouched) {}
+    Sweep(FileSystem& files, const KnownDocuments& known, Timestamp now, std::stop_token stop)
+        : m_files(files), m_known(known), m_before(now - kUntouched), m_stop(std::move(stop)) {}
 
     /// Unfinished copies beside the folders themselves.
     void sweepTemporaries(const fs::path& folder) {
@@ -42,15 +43,15 @@ public:
         });
     }
 
-    void sweepFolders(const fs::path& root) {
+    void sweepFolders(const fs::path& root, const fs::path& documents) {
         sweepTemporaries(root);
-        forEachEntry(root, [this](const fs::path& entry) {
+        forEachEntry(root, [&](const fs::path& entry) {
             const auto uuid = Uuid::parse(entry.filename().string());
             // What isn't named by a uuid was not made here.
             if (!uuid || uuid->text() != entry.filename().string()) return;
             if (m_known.contains(*uuid))
                 sweepTemporaries(entry);
-            else
+            else if (isReplaceable(documents / uuid->text(), *uuid))
                 removeIfOld(entry);
         });
     }
@@ -58,6 +59,17 @@ public:
     [[nodiscard]] std::size_t removed() const { return m_removed; }
 
 private:
+    /// A downloaded file is named by its document's uuid and can be fetched again. Any other was added on this device
+    /// and may exist nowhere else, whatever the stores say.
+    static bool isReplaceable(const fs::path& folder, const Uuid& uuid) {
+        bool replaceable = true;
+        forEachEntry(folder, [&](const fs::path& file) {
+            const auto name = file.filename().string();
+            replaceable &= name.starts_with(uuid.text() + ".") || posix::isTemporaryName(name);
+        });
+        return replaceable;
+    }
+
     template <class Visit>
     static void forEachEntry(const fs::path& folder, Visit visit) {
         std::error_code error;
@@ -79,18 +91,19 @@ private:
     }
 
     void removeIfOld(const fs::path& entry) {
-        if (isOld(entry) && m_files.removeAll(entry)) ++m_removed;
+        if (!m_stop.stop_requested() && isOld(entry) && m_files.removeAll(entry)) ++m_removed;
     }
 
     FileSystem& m_files;
     const KnownDocuments& m_known;
     Timestamp m_before;
+    std::stop_token m_stop;
     std::size_t m_removed = 0;
 };
 
 } // namespace
 
-std::size_t DocumentFiles::sweepStrays() const {
+std::size_t DocumentFiles::sweepStrays(std::stop_token stop) const {
     // Only the shared container: other devices put their own documents into the cloud folder.
     const auto root = m_cloud.localRoot();
     const auto known = readKnownDocuments(root, storeNames::expected(*m_services.defaults));
@@ -98,10 +111,15 @@ std::size_t DocumentFiles::sweepStrays() const {
         m_log.info("Left strays alone: %{public}s", known.error().message);
         return 0;
     }
-    Sweep sweep(*m_services.files, *known, m_services.clock->now());
+    if (m_storeIsNew || !known->emptyStores.empty()) {
+        m_log.info("Left strays alone: %{public}s", "a store is new");
+        return 0;
+    }
+    Sweep sweep(*m_services.files, *known, m_services.clock->now(), std::move(stop));
     sweep.sweepTemporaries(root);
-    sweep.sweepFolders(root / kDocuments);
-    sweep.sweepFolders(root / kPreviews);
+    // Previews first: beside the document's folder it shows what kind of document that was.
+    sweep.sweepFolders(root / kPreviews, root / kDocuments);
+    sweep.sweepFolders(root / kDocuments, root / kDocuments);
     return sweep.removed();
 }
 

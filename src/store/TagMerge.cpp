@@ -15,6 +15,28 @@ std::string accentColor(const UserDefaults& defaults) {
     return TagColor::parse(defaults.string("customAccentColor").value_or("#725BFF")).text();
 }
 
+Result<ObjectID> mergeTag(ManagedObjectContext& context, const Tag& record, Authority authority, const Logger& log,
+                          const UserDefaults& defaults) {
+    return merge::mergeRecord(context, log, "Failed to save tag %@", [&](merge::Finder& finder) {
+        const auto tag = finder.findOrInsert<CD_Tag>(record.id);
+        const auto access = merge::resolveAccess(finder, record.permissions);
+        merge::take(*tag, &CD_Tag::setSlug, record.slug, record, "slug", authority);
+        merge::take(*tag, &CD_Tag::setName, record.name, record, "name", authority);
+        tag->setColor(record.color ? *record.color : accentColor(defaults));
+        tag->setText_color(textColorOn(tag->color()));
+        merge::take(*tag, &CD_Tag::setMatch, record.match, record, "match", authority);
+        merge::take(*tag, &CD_Tag::setMatching_algorithm, record.matching_algorithm, record, "matching_algorithm",
+                    authority);
+        merge::take(*tag, &CD_Tag::setIs_insensitive, record.is_insensitive, record, "is_insensitive", authority);
+        merge::take(*tag, &CD_Tag::setIs_inbox_tag, record.is_inbox_tag, record, "is_inbox_tag", authority);
+        merge::writeOwner(finder, *tag, record, authority);
+        merge::writeAccess(*tag, access);
+        setServerShadow(*tag, record.raw);
+        merge::finishRepair<CD_Tag>(context, record.id, authority);
+        return tag;
+    });
+}
+
 } // namespace
 
 MergeOutcome CoreDataHandler::saveTags(const std::vector<Tag>& records, Delivery delivery, ContextRef context) {
@@ -22,31 +44,16 @@ MergeOutcome CoreDataHandler::saveTags(const std::vector<Tag>& records, Delivery
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Tag>(*this, context, m_log, records, delivery, kRemoval,
                                                     [](const CD_Tag& tag) { return tag.name(); });
-    merge::saveEach(records, delivery, outcome, [&](const Tag& record) { return saveTag(record, context).isValid(); });
+    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Tag& record) {
+        return mergeTag(entered, record, Authority::Merge, m_log, *m_services.defaults);
+    });
     return outcome;
 }
 
 ObjectID CoreDataHandler::saveTag(const Tag& record, ContextRef context, Authority authority) {
-    context = contextOrView(std::move(context));
-    ObjectID saved;
-    context->performAndWait([&] {
-        const auto tag = merge::findOrInsert<CD_Tag>(*context, record.id);
-        const auto access = merge::resolveAccess(*context, record.permissions);
-        merge::setIfPresent(*tag, &CD_Tag::setSlug, record.slug);
-        merge::setIfPresent(*tag, &CD_Tag::setName, record.name);
-        tag->setColor(record.color ? *record.color : accentColor(*m_services.defaults));
-        tag->setText_color(textColorOn(tag->color()));
-        merge::setIfPresent(*tag, &CD_Tag::setMatch, record.match);
-        merge::setIfPresent(*tag, &CD_Tag::setMatching_algorithm, record.matching_algorithm);
-        merge::setIfPresent(*tag, &CD_Tag::setIs_insensitive, record.is_insensitive);
-        merge::setIfPresent(*tag, &CD_Tag::setIs_inbox_tag, record.is_inbox_tag);
-        merge::writeOwner(*context, *tag, record, authority);
-        merge::writeAccess(*tag, access);
-        setServerShadow(*tag, record.raw);
-        merge::finishRepair<CD_Tag>(*context, record.id, authority);
-        if (merge::save(*context, m_log, "Failed to save tag %@")) saved = tag->objectID();
+    return merge::mergeAndWait(contextOrView(std::move(context)), [&](ManagedObjectContext& entered) {
+        return mergeTag(entered, record, authority, m_log, *m_services.defaults);
     });
-    return saved;
 }
 
 } // namespace ledgerfinch

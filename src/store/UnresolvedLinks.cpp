@@ -8,33 +8,37 @@
 namespace ledgerfinch {
 namespace {
 
-/// True when the relation now is as delivered.
+/// False when what was delivered is still missing here. A relation that leads somewhere stays: it may have been edited.
 template <class T>
-bool linkAgain(ManagedObjectContext& context, CD_Document& document, const JsonObject& delivered,
-               std::string_view member, void (CD_Document::*setter)(const Ref<T>&)) {
+bool linkAgain(merge::Finder& finder, CD_Document& document, const JsonObject& delivered, std::string_view member,
+               Ref<T> (CD_Document::*getter)() const, void (CD_Document::*setter)(const Ref<T>&)) {
     const auto id = delivered.integer(member);
-    if (!id) return true;
-    const auto target = context.firstWithID<T>(*id);
+    if (!id || (document.*getter)()) return true;
+    const auto target = finder.find<T>(*id);
     if (target) (document.*setter)(target);
     return target != nullptr;
 }
 
-bool linkTagsAgain(ManagedObjectContext& context, CD_Document& document, const JsonObject& delivered) {
+bool linkTagsAgain(merge::Finder& finder, CD_Document& document, const JsonObject& delivered) {
     const auto ids = delivered.integers("tags");
     if (!ids) return true;
-    const auto tags = merge::resolve<CD_Tag>(context, ids);
-    document.setTags(tags);
+    const auto tags = merge::resolve<CD_Tag>(finder, ids);
+    for (const auto& tag : tags)
+        document.addTagsObject(tag);
     return tags.size() == ids->size();
 }
 
-bool linkAgain(ManagedObjectContext& context, CD_Document& document) {
+bool linkAgain(merge::Finder& finder, CD_Document& document) {
     const auto delivered = serverShadow(document);
     if (!delivered) return true;
     // Every relation gets its turn, also after one that is still missing.
-    bool complete = linkAgain(context, document, *delivered, "correspondent", &CD_Document::setCorrespondent);
-    complete &= linkAgain(context, document, *delivered, "document_type", &CD_Document::setDocument_type);
-    complete &= linkAgain(context, document, *delivered, "storage_path", &CD_Document::setStorage_path);
-    complete &= linkTagsAgain(context, document, *delivered);
+    bool complete = linkAgain(finder, document, *delivered, "correspondent", &CD_Document::correspondent,
+                              &CD_Document::setCorrespondent);
+    complete &= linkAgain(finder, document, *delivered, "document_type", &CD_Document::document_type,
+                          &CD_Document::setDocument_type);
+    complete &= linkAgain(finder, document, *delivered, "storage_path", &CD_Document::storage_path,
+                          &CD_Document::setStorage_path);
+    complete &= linkTagsAgain(finder, document, *delivered);
     return complete;
 }
 
@@ -46,11 +50,19 @@ std::size_t CoreDataHandler::resolveUnresolved(ContextRef context) {
     for (const auto& item : RepairList(*this).entries(RepairList::kUnresolved, context)) {
         if (item.kind != CD_Document::kEntityName) continue;
         context->performAndWait([&] {
-            const auto document = context->firstWithID<CD_Document>(item.id);
-            const bool complete = !document || linkAgain(*context, *document);
-            if (complete) repair::drop(*context, item.kind, item.id, RepairList::kUnresolved);
-            if (!merge::save(*context, m_log, "Failed to save document %@")) return;
-            if (complete && document) ++resolved;
+            bool isWhole = true;
+            Ref<CD_Document> document;
+            const auto linked = merge::mergeRecord(*context, m_log, "Failed to save document %@", [&](auto& finder) {
+                // A document that went takes the search for its relations along.
+                isWhole = true;
+                const auto documents = merge::deliveredDocuments(finder, item.id);
+                document = documents.empty() ? nullptr : documents.front();
+                if (document) isWhole = linkAgain(finder, *document);
+                const auto entry = repair::find(*context, item.kind, item.id, RepairList::kUnresolved);
+                if (isWhole && entry) context->remove(*entry);
+                return document;
+            });
+            if (linked && isWhole && document) ++resolved;
             if (document) context->refresh(*document, MergeChanges::No);
         });
     }

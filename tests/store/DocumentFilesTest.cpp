@@ -28,6 +28,10 @@ protected:
         EXPECT_TRUE(documentFiles().storePreview(uuid, kPng));
         return documentFiles().storeFile("documents", uuid, uuid.text() + ".pdf", "%PDF").value();
     }
+    void startAgain() {
+        handler.reset();
+        store();
+    }
     void useCloud() {
         fs::create_directories(folder / "cloud");
         ASSERT_TRUE(services.defaults->set("cloudFolder", (folder / "cloud").string()));
@@ -131,6 +135,10 @@ TEST_F(Files, SweepTakesOldLeftoversOnly) {
     test::put(container() / "documents" / "readme.txt", "somebody's");
     fs::create_directory_symlink(folder.path(), container() / "documents" / Uuid::random().text());
 
+    clock->advance(std::chrono::hours(25));
+    EXPECT_EQ(documentFiles().sweepStrays(), 0U) << "the start that made a store can't tell what is a stray";
+    clock->advance(std::chrono::hours(-25));
+    startAgain();
     EXPECT_EQ(documentFiles().sweepStrays(), 0U) << "younger than a day";
     clock->advance(std::chrono::hours(25));
     // The stray's two folders and the link; what the link leads to stays.
@@ -141,6 +149,45 @@ TEST_F(Files, SweepTakesOldLeftoversOnly) {
     EXPECT_TRUE(documentFiles().existingDocumentFile(local));
     EXPECT_TRUE(fs::exists(container() / "documents" / "readme.txt"));
     EXPECT_TRUE(fs::exists(folder / "letter.pdf"));
+}
+
+TEST_F(Files, PapersOutliveTheLossOfTheirStore) {
+    const auto local = addedHere();
+    give(Uuid::random());
+    EXPECT_TRUE(documentFiles().storePreview(local, kPng));
+    clock->advance(std::chrono::hours(48));
+    handler.reset();
+    for (const auto& file : {"Ledgerfinch.sqlite", "Ledgerfinch.sqlite-wal", "Ledgerfinch.sqlite-shm"})
+        fs::remove(container() / file);
+    EXPECT_EQ(documentFiles().sweepStrays(), 0U);
+    startAgain();
+    test::put(container() / "cut.sqlite", "");
+    EXPECT_EQ(documentFiles().sweepStrays(), 0U) << "nobody knows what a store held that has no tables";
+    fs::remove(container() / "cut.sqlite");
+    EXPECT_EQ(documentFiles().sweepStrays(), 2U) << "what can be downloaded again";
+    EXPECT_TRUE(documentFiles().existingDocumentFile(local));
+    EXPECT_TRUE(documentFiles().existingPreview(local));
+}
+
+TEST_F(Files, UnknownColumnFailsInsteadOfMakingEveryDocumentDelivered) {
+    addedHere();
+    execute("ALTER TABLE CD_Document RENAME COLUMN server_shadow TO other");
+    EXPECT_FALSE(readKnownDocuments(container()));
+    EXPECT_FALSE(readDeliveredDocumentIds(*store().persistenceContainer()));
+    execute("ALTER TABLE CD_Document RENAME COLUMN other TO server_shadow");
+}
+
+TEST_F(Files, MoveOverwritesNothingAndLosesNothing) {
+    const auto uuid = merged(1);
+    const auto file = give(uuid);
+    useCloud();
+    const auto target = folder / "cloud/Documents/documents" / uuid.text() / (uuid.text() + ".pdf");
+    fs::create_directories(target.parent_path());
+    test::put(target, "another device's");
+    store().cloud().moveFilesToCloud();
+    EXPECT_TRUE(log->contains("error copying files: "));
+    EXPECT_EQ(test::contentOf(file), "%PDF");
+    EXPECT_EQ(test::contentOf(target), "another device's");
 }
 
 TEST_F(Files, CloudFolderIsTheBaseOnlyWhenItCanBeWritten) {

@@ -62,6 +62,21 @@ TEST_F(DocumentRemoval, SparesDocumentsThatNoServerDelivered) {
     EXPECT_EQ(count<CD_Document>(), 2U);
 }
 
+TEST_F(DocumentRemoval, FindsEveryDocumentOfAnId) {
+    merge(1);
+    const auto twin = background();
+    twin->performAndWait([&] {
+        const auto bare = twin->insert<CD_Document>();
+        bare->setId(1);
+        const auto second = twin->insert<CD_Document>();
+        second->setId(1);
+        second->setServer_shadow("{}");
+        ASSERT_TRUE(twin->save());
+    });
+    EXPECT_EQ(store().removeOutdatedDocuments({}, background()).removed, 2U);
+    EXPECT_EQ(count<CD_Document>(), 1U) << "the one that no server delivered";
+}
+
 TEST_F(DocumentRemoval, WorksInPieces) {
     std::vector<Document> many;
     for (int id = 1; id <= 450; ++id)
@@ -172,6 +187,17 @@ TEST_F(LocalDocuments, AreNumberedAfterTheHighestExceptExamples) {
     EXPECT_EQ(store().getDocument(42)->created(), clock->now());
     ASSERT_TRUE(store().addLocalDocument({.source = folder / "a.txt", .title = "Example", .example = true}));
     EXPECT_EQ(store().getDocument(0)->title(), "Example");
+}
+
+TEST_F(LocalDocuments, NamesThatMeanSomethingElseLoseTheirDots) {
+    for (const char* name : {".scan.part-2.pdf", ".x.icloud", "..."}) {
+        test::put(folder / name, "%PDF");
+        const auto id = store().addLocalDocument({.source = folder / name});
+        ASSERT_TRUE(id) << name;
+        const auto uuid = std::static_pointer_cast<CD_Document>(view()->object(*id))->uuid();
+        ASSERT_TRUE(store().documentFiles().existingDocumentFile(*uuid)) << name;
+        EXPECT_FALSE(store().documentFiles().existingDocumentFile(*uuid)->filename().string().starts_with('.'));
+    }
 }
 
 TEST_F(LocalDocuments, FailuresLeaveNeitherRowNorFileAndKeepTheSource) {

@@ -42,7 +42,7 @@ TEST_F(StoreLifecycle, OpensTheStoreOfTheActiveInstance) {
     };
     for (const auto& [server, name] :
          {Case{"https://a.example", "httpsa.example"}, Case{"https://a.example/", "httpsa.example"},
-          Case{"https://b.example", "httpsb.example"}, Case{"https://unknown.example", "Ledgerfinch"},
+          Case{"https://b.example", "httpsb.example"}, Case{"https://unknown.example", "httpsunknown.example"},
           Case{"", "Ledgerfinch"}}) {
         connect(kTwo, server);
         handler.reset();
@@ -51,12 +51,28 @@ TEST_F(StoreLifecycle, OpensTheStoreOfTheActiveInstance) {
     }
     connect("not json", "https://a.example");
     handler.reset();
-    EXPECT_EQ(store().storeName(), "Ledgerfinch");
+    EXPECT_EQ(store().storeName(), "httpsa.example") << "never the papers of offline mode";
+}
+
+TEST_F(StoreLifecycle, EntryThatNamesTheOfflineStoreEndsNoStartAndReachesNoPapers) {
+    for (const char* name : {"Ledgerfinch", "ledgerFINCH"}) {
+        connect(R"({"https://a.example":{"store":")" + std::string(name) + R"("}})", "https://a.example");
+        handler.reset();
+        EXPECT_EQ(store().storeName(), "httpsa.example");
+        EXPECT_FALSE(store().moveToStore(name));
+        EXPECT_FALSE(store().isOfflineStore());
+    }
+    EXPECT_FALSE(exists("Ledgerfinch"));
+}
+
+TEST_F(StoreLifecycle, MissingContainerEndsTheProgram) {
+    std::filesystem::remove_all(services.paths.container);
+    EXPECT_EQ(endOfProgram(), "Shared file container could not be created.");
 }
 
 TEST_F(StoreLifecycle, HostileStoreNamesAreNeverOpened) {
     test::put(folder / "outside.sqlite", "");
-    for (const char* name : {"../outside", "/tmp/outside", ".hidden", "a/b", "", "Ledgerfinch", "ledgerFINCH"}) {
+    for (const char* name : {"../outside", "/tmp/outside", ".hidden", "a/b", ""}) {
         connect(R"({"https://a.example":{"store":")" + std::string(name) + R"("}})", "https://a.example");
         EXPECT_THAT(endOfProgram(), testing::StartsWith("Core Data Store failed ")) << name;
     }

@@ -140,6 +140,7 @@ public:
         if (arguments.has("full")) forgetLastSync(*services.defaults, server);
 
         const auto display = std::make_shared<SyncDisplay>(console);
+        program->sweepStrays();
         SyncDriver driver(services, program->core());
         InterruptWatch watch([&] {
             driver.stop();

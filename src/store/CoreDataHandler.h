@@ -39,7 +39,7 @@ enum class Authority {
 /// What became of the records of one merge.
 struct MergeOutcome {
     std::size_t saved = 0;
-    std::size_t failed = 0;  ///< logged; their changes are pending until the context's next successful save
+    std::size_t failed = 0;  ///< logged and taken back; the server delivers them again
     std::size_t removed = 0; ///< local objects that the server no longer has
     [[nodiscard]] bool complete() const { return failed == 0; }
 };

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <iterator>
 #include <span>
-#include <unordered_set>
 
 namespace ledgerfinch {
 namespace {
@@ -71,7 +70,9 @@ bool removeAlone(ManagedObjectContext& context, ManagedObject& object, const Log
 MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds, ContextRef context) {
     context = contextOrView(std::move(context));
     MergeOutcome outcome;
-    const std::unordered_set<std::int64_t> known(serverIds.begin(), serverIds.end());
+    // Sorted rather than hashed: with hundreds of thousands of documents the memory counts.
+    std::vector<std::int64_t> known(serverIds);
+    std::sort(known.begin(), known.end());
     const auto stored = readDeliveredDocumentIds(context->container());
     if (!stored) {
         m_log.error("error determining outdated documents: %@", stored.error().message);
@@ -80,7 +81,7 @@ MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int
     }
     std::vector<std::int64_t> outdated;
     std::copy_if(stored->begin(), stored->end(), std::back_inserter(outdated),
-                 [&known](std::int64_t id) { return !known.contains(id); });
+                 [&known](std::int64_t id) { return !std::binary_search(known.begin(), known.end(), id); });
     // Two documents of one id are found together.
     std::sort(outdated.begin(), outdated.end());
     outdated.erase(std::unique(outdated.begin(), outdated.end()), outdated.end());

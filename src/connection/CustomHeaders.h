@@ -53,8 +53,8 @@ Result<void> storeCustomHeaders(UserDefaults& defaults, std::string_view server,
 Result<void> removeCustomHeaders(UserDefaults& defaults, std::string_view server);
 
 /// Sets the custom headers of the server, each replacing an earlier one of its name. Names that are no header names
-/// (RFC 9110 section 5.6.2) and values with control characters are passed over, and so is "Accept-Encoding": who sets it
-/// unpacks the answer himself.
+/// (RFC 9110 section 5.6.2) and values with control characters are passed over, and so is "Accept-Encoding": who sets
+/// it unpacks the answer himself.
 void applyCustomHeaders(const CustomHeaders& custom, HttpHeaders& headers, const Logger& log);
 
 } // namespace ledgerfinch

@@ -91,7 +91,6 @@ private:
 [[nodiscard]] std::optional<std::string> editedPermissions(const std::optional<JsonObject>& delivered,
                                                            const std::vector<PermissionEdit>& edits);
 
-
 /// Reads the object as it is saved, in a context of its own; nothing for an object that was never saved.
 void withSavedObject(const ManagedObject& object, const std::function<void(const ManagedObject&)>& read);
 

@@ -29,8 +29,8 @@ struct TranslatedField {
 /// document would lose its choice. So the ids are asked for first, in a version that tells them. A server that keeps
 /// no ids gets the body as it is.
 ///
-/// An "extra_data" that the person didn't touch goes as it was just received. An option keeps its id under an equal text
-/// or the text it was renamed to; any other text is a new option.
+/// An "extra_data" that the person didn't touch goes as it was just received. An option keeps its id under an equal
+/// text or the text it was renamed to; any other text is a new option.
 TranslatedField withOptionIds(ApiHandler& api, std::string_view path, const std::string& body, bool changesExtraData,
                               const OptionRenames& renames);
 

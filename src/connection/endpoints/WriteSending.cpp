@@ -60,8 +60,7 @@ std::optional<std::string> objection(const ApiHandler& api, const PreparedWrite&
 /// Body and record of what the server then holds, where the permissions weren't all delivered: the others are asked for
 /// now. False when the server doesn't tell them.
 bool completePermissions(ApiHandler& api, const PreparedWrite& write, std::string& body, std::string& delivered) {
-    const auto response =
-        api.send(api.request("GET", write.path + "?full_perms=true", ApiHandler::Accept::Yes));
+    const auto response = api.send(api.request("GET", write.path + "?full_perms=true", ApiHandler::Accept::Yes));
     const auto record = effectiveStatus(response) == 200 ? JsonObject::parse(response.body) : std::nullopt;
     if (!record || record->integer("id") != write.id) return false;
     const auto permissions = editedPermissions(record->object("permissions"), write.permissionEdits);

@@ -39,7 +39,8 @@ int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::sh
 int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context);
 
 /// Fetches again what a refused or unheard write left in doubt; what the server delivers wins. Entries that
-/// were mended, or whose record is gone (404), leave the repair list. Ends early when nobody answers or the token is refused, with that status; else 200.
+/// were mended, or whose record is gone (404), leave the repair list. Ends early when nobody answers or the token is
+/// refused, with that status; else 200.
 int runRepairs(ApiHandler& api, const FetchOptions& options);
 
 } // namespace ledgerfinch

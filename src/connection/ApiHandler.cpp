@@ -73,12 +73,21 @@ void ApiHandler::eraseToken() {
     {
         const std::lock_guard lock(m_mutex);
         refused.swap(m_token);
+        m_tokenRefused = true;
     }
     // A newer token, from a login in the meantime, stays.
     if (!refused.empty()) KeychainHandler(m_services).removeToken(m_server, refused);
 }
 
+bool ApiHandler::isTokenRefused() const {
+    const std::lock_guard lock(m_mutex);
+    return m_tokenRefused;
+}
+
 void ApiHandler::storeServerVersion(const HttpResponse& response) {
+    // A walk may still run when the person has switched.
+    const auto active = m_services.defaults->string("server").value_or("");
+    if (!addresses::same(active, m_server)) return;
     const auto version = header(response.headers, "x-version");
     if (version && !version->empty()) (void)m_services.defaults->set("server_version", *version);
 }

@@ -30,15 +30,22 @@ public:
     /// A placeholder without a server: touches neither network nor secrets nor settings.
     static std::shared_ptr<ApiHandler> inert(Services& services, CoreDataHandler& core);
 
+    /// Whether a handler's server becomes the active one at once, or later by the caller.
+    enum class Activation { Now, Later };
+
     /// Asks the server for a token and keeps it. `Error()` tells the outcome: "Success", or the text for the person.
-    /// With an empty server, an inert handler. Sets "server" to the text as given. A cancelled login keeps no token.
+    /// With an empty server, an inert handler. On success the server has an entry with a store of its own before the
+    /// token is kept, and then, unless that is for later, "server" is set to the text as given. A login that failed or
+    /// was cancelled changes nothing.
     static std::shared_ptr<ApiHandler> login(Services& services, CoreDataHandler& core, std::string_view server,
                                              std::string_view user, std::string_view password,
-                                             Cancellation* cancellation = nullptr);
+                                             Cancellation* cancellation = nullptr,
+                                             Activation activation = Activation::Now);
 
-    /// Trusts the token. Sets "server" to the text as given and "offlineMode" to false.
+    /// Trusts the token. Unless that is for later, sets "server" to the text as given and "offlineMode" to false.
     static std::shared_ptr<ApiHandler> withToken(Services& services, CoreDataHandler& core, std::string_view server,
-                                                 std::string_view token, Cancellation* cancellation = nullptr);
+                                                 std::string_view token, Cancellation* cancellation = nullptr,
+                                                 Activation activation = Activation::Now);
 
     struct NoToken {};
     struct SecretsUnavailable {
@@ -48,9 +55,10 @@ public:
     struct Refused {};
     using Restored = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable, Refused>;
     /// With the token kept for the server, tried against it once. A server that doesn't answer, or answers anything but
-    /// 401, gives a handler, so that the local data can be worked with. Leaves "server" alone, sets "offlineMode" to
-    /// false when there is a handler.
-    static Restored restore(Services& services, CoreDataHandler& core, std::string_view server);
+    /// 401, gives a handler, so that the local data can be worked with. Leaves "server" alone; when there is a handler
+    /// sets "offlineMode" to false, unless that is for later.
+    static Restored restore(Services& services, CoreDataHandler& core, std::string_view server,
+                            Activation activation = Activation::Now);
 
     /// Tries a token that a person typed; absent when it may be used (any outcome but a broken address or 401).
     static std::optional<ApiError> checkToken(Services& services, std::string_view server, std::string_view token,
@@ -92,7 +100,10 @@ public:
     [[nodiscard]] DecodeContext decodeContext() const;
     /// Forgets a token that the server refused, here and in the secret store (only where that very token lies).
     void eraseToken();
-    /// Keeps "x-version" of an answer under "server_version", if it has one.
+    /// The token was refused and forgotten. Where the secret store is locked it may still lie there.
+    [[nodiscard]] bool isTokenRefused() const;
+    /// Keeps "x-version" of an answer under "server_version", if it has one and this handler's server is the active
+    /// one.
     void storeServerVersion(const HttpResponse& response);
 
     [[nodiscard]] Services& services() const { return m_services; }
@@ -102,8 +113,12 @@ public:
 
 private:
     ApiHandler(Services& services, CoreDataHandler& core, std::string_view server);
-    void obtainToken(std::string_view user, std::string_view password, Cancellation* cancellation);
-    void readCurrentUser(Cancellation* cancellation);
+    void obtainToken(std::string_view given, std::string_view user, std::string_view password,
+                     Cancellation* cancellation);
+    /// Why the token couldn't be kept; absent when it is.
+    std::optional<std::string> keepToken(std::string_view given, const std::string& token,
+                                         const HttpResponse& response);
+    void readCurrentUser(Cancellation* cancellation, bool mayAsk = true);
 
     Services& m_services;
     CoreDataHandler& m_core;
@@ -113,6 +128,7 @@ private:
     std::optional<std::int64_t> m_currentUserID;
     mutable std::mutex m_mutex;
     std::string m_token;
+    bool m_tokenRefused = false;
     std::optional<std::string> m_error;
 };
 

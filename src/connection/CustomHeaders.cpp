@@ -45,6 +45,10 @@ bool isHeaderName(std::string_view name) {
     });
 }
 
+bool isAcceptEncoding(const std::string& name) {
+    return header({{name, {}}}, "Accept-Encoding").has_value();
+}
+
 bool hasControlCharacter(std::string_view value) {
     return std::any_of(value.begin(), value.end(), [](char c) {
         const auto byte = static_cast<unsigned char>(c);
@@ -56,8 +60,10 @@ Result<void> changeSetting(UserDefaults& defaults, std::string_view server,
                            const std::optional<CustomHeaders>& replacement) {
     const std::lock_guard lock(settingMutex());
     auto all = AllCustomHeaders::load(defaults);
-    all.headers.erase(addresses::otherForm(server));
-    all.headers.erase(std::string(server));
+    for (const auto& form : {addresses::otherForm(server), std::string(server)}) {
+        all.headers.erase(form);
+        all.unreadable.erase(form);
+    }
     if (replacement) all.headers.emplace(server, *replacement);
     return defaults.set(AllCustomHeaders::kKey, all.encode());
 }
@@ -70,8 +76,10 @@ std::optional<AllCustomHeaders> AllCustomHeaders::decode(std::string_view text) 
     AllCustomHeaders all;
     for (const auto& [server, fragment] : object->members()) {
         auto decoded = decodeHeaders(fragment);
-        if (!decoded) return std::nullopt;
-        all.headers.insert_or_assign(server, std::move(*decoded));
+        if (decoded)
+            all.headers.insert_or_assign(server, std::move(*decoded));
+        else
+            all.unreadable.insert_or_assign(server, fragment);
     }
     return all;
 }
@@ -89,6 +97,8 @@ std::string AllCustomHeaders::encode() const {
                 .endObject();
         writer.endArray().endObject();
     }
+    for (const auto& [server, fragment] : unreadable)
+        if (!headers.contains(server)) writer.rawMember(server, fragment);
     writer.endObject();
     return writer.take();
 }
@@ -115,7 +125,7 @@ Result<void> removeCustomHeaders(UserDefaults& defaults, std::string_view server
 
 void applyCustomHeaders(const CustomHeaders& custom, HttpHeaders& headers, const Logger& log) {
     for (const auto& [uuid, entry] : custom.headers) {
-        if (!isHeaderName(entry.header) || hasControlCharacter(entry.value)) {
+        if (!isHeaderName(entry.header) || hasControlCharacter(entry.value) || isAcceptEncoding(entry.header)) {
             if (!entry.header.empty()) log.error("Custom header can't be sent: %s", entry.header);
             continue;
         }

@@ -34,8 +34,10 @@ struct AllCustomHeaders {
     static constexpr std::string_view kKey = "customHeaders";
 
     std::map<std::string, CustomHeaders> headers;
+    /// Servers whose headers can't be read, as JSON text: kept as they are by whoever changes the others.
+    std::map<std::string, std::string> unreadable = {};
 
-    /// Absent when the text isn't of this form.
+    /// Absent when the text is no JSON object.
     [[nodiscard]] static std::optional<AllCustomHeaders> decode(std::string_view text);
     [[nodiscard]] std::string encode() const;
     /// Empty when the setting is absent or broken.
@@ -51,7 +53,8 @@ Result<void> storeCustomHeaders(UserDefaults& defaults, std::string_view server,
 Result<void> removeCustomHeaders(UserDefaults& defaults, std::string_view server);
 
 /// Sets the custom headers of the server, each replacing an earlier one of its name. Names that are no header names
-/// (RFC 9110 section 5.6.2) and values with control characters are passed over.
+/// (RFC 9110 section 5.6.2) and values with control characters are passed over, and so is "Accept-Encoding": who sets
+/// it unpacks the answer himself.
 void applyCustomHeaders(const CustomHeaders& custom, HttpHeaders& headers, const Logger& log);
 
 } // namespace ledgerfinch

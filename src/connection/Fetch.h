@@ -35,14 +35,14 @@ struct additionalLoadingInfo {
 
 /// What every fetch into the store takes.
 struct FetchOptions {
-    /// Where records are merged; null: the store's view context.
-    std::shared_ptr<ManagedObjectContext> context;
+    /// Where records are merged; null: the view context of the store that is open when the operation begins.
+    std::shared_ptr<ManagedObjectContext> context = {};
     /// After each page, on the fetching thread. May be empty.
-    std::function<void(const additionalLoadingInfo&)> progress;
+    std::function<void(const additionalLoadingInfo&)> progress = {};
     /// Asked before every page and before every merge; true ends the fetch with status::kStopped. May be empty.
-    std::function<bool()> shouldStop;
+    std::function<bool()> shouldStop = {};
     /// A list of attributes was answered with 200, but did not come whole or could not be saved whole. May be empty.
-    std::function<void()> incomplete;
+    std::function<void()> incomplete = {};
 };
 
 } // namespace ledgerfinch

@@ -4,9 +4,18 @@
 #include "platform/DispatchQueue.h"
 #include "store/CoreDataHandler.h"
 
+#include <atomic>
+#include <cstdint>
+
 namespace ledgerfinch {
 
 namespace {
+
+/// Counts the choices: a switch that isn't the latest any more changes nothing.
+std::atomic<std::uint64_t>& latestChoice() {
+    static std::atomic<std::uint64_t> number{0};
+    return number;
+}
 
 void put(UserDefaults& defaults, std::string_view key, const std::optional<std::string>& value) {
     if (value)
@@ -20,6 +29,8 @@ bool makeSwitch(Services& services, CoreDataHandler& core, const std::string& ad
     auto& defaults = *services.defaults;
     const auto oldServer = defaults.string("server");
     const auto oldVersion = defaults.string("server_version");
+    // Another store than the server's own would be emptied by its first sync.
+    if (!ConnectedInstances::load(defaults).ownsStore(address, instance)) return false;
     if (steps.clearList) steps.clearList();
     (void)defaults.set("server", address);
     adoptInstanceVersion(defaults, instance);
@@ -29,6 +40,7 @@ bool makeSwitch(Services& services, CoreDataHandler& core, const std::string& ad
         put(defaults, "server_version", oldVersion);
         return false;
     }
+    (void)defaults.set("offlineMode", false);
     if (steps.useHandler) steps.useHandler(handler);
     adoptInstanceSyncDate(defaults, instance);
     // The root screen falls back to the welcome, which restores the login for the new server.
@@ -60,22 +72,20 @@ Result<void> enterConnectedStore(Services& services, CoreDataHandler& core, std:
 
 void switchInstance(Services& services, CoreDataHandler& core, DispatchQueue& queue, std::string address,
                     InstanceSwitchSteps steps) {
-    queue.async([&services, &core, address = std::move(address), steps = std::move(steps)] {
-        const auto connected = ConnectedInstances::load(*services.defaults);
-        const auto* entry = connected.find(address);
+    const auto number = ++latestChoice();
+    queue.async([&services, &core, number, address = std::move(address), steps = std::move(steps)] {
         std::shared_ptr<ApiHandler> handler;
-        if (entry != nullptr) {
-            auto restored = ApiHandler::restore(services, core, entry->first);
+        const auto connected = ConnectedInstances::load(*services.defaults);
+        if (const auto* entry = connected.find(address); entry != nullptr && number == latestChoice()) {
+            auto restored = ApiHandler::restore(services, core, entry->first, ApiHandler::Activation::Later);
             if (auto* made = std::get_if<std::shared_ptr<ApiHandler>>(&restored)) handler = std::move(*made);
         }
-        if (!handler) {
-            mainQueue::async([steps] {
-                if (steps.finished) steps.finished(false);
-            });
-            return;
-        }
-        mainQueue::async([&services, &core, key = entry->first, instance = entry->second, handler, steps] {
-            const bool made = makeSwitch(services, core, key, instance, handler, steps);
+        mainQueue::async([&services, &core, number, address, handler, steps] {
+            // The server may have been disconnected while it was asked.
+            const auto now = ConnectedInstances::load(*services.defaults);
+            const auto* entry = handler && number == latestChoice() ? now.find(address) : nullptr;
+            const bool made =
+                entry != nullptr && makeSwitch(services, core, entry->first, entry->second, handler, steps);
             if (steps.finished) steps.finished(made);
         });
     });

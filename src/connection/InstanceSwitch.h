@@ -18,13 +18,14 @@ struct InstanceSwitchSteps {
     std::function<void(std::shared_ptr<ApiHandler>)> useHandler;
     std::function<void(bool)> setLoggedIn;
     std::function<void()> refreshAndSync; ///< reads the list anew and starts the one sync
-    /// At the end: true when the switch was made.
+    /// At the end: true when the switch was made; after false the list has to show the old store again.
     std::function<void(bool)> finished;
 };
 
 /// Makes another server the active one: its token is read and tried on the queue, everything else happens on the main
 /// thread, in one go. Without an entry or a token, or after 401, nothing changes. The store is moved once; when it
-/// can't be opened the old one stays, and so do the settings. The services and the core outlive the queue.
+/// can't be opened the old one stays, and so do the settings; `finished` then has to fill the list again. Of
+/// several switches under way only the latest counts. The services and the core outlive the queue.
 void switchInstance(Services& services, CoreDataHandler& core, DispatchQueue& queue, std::string address,
                     InstanceSwitchSteps steps);
 

@@ -5,8 +5,10 @@
 #include "records/JsonReader.h"
 #include "records/JsonWriter.h"
 #include "store/FilenameSchemes.h"
+#include "store/StoreNames.h"
 
 #include <algorithm>
+#include <cctype>
 #include <mutex>
 
 namespace ledgerfinch {
@@ -27,12 +29,23 @@ bool same(std::string_view first, std::string_view second) {
     return first == second || otherForm(first) == second;
 }
 
+namespace {
+
+bool namesUser(std::string_view address) {
+    const auto scheme = address.find("://");
+    const auto start = scheme == std::string_view::npos ? 0 : scheme + 3;
+    const auto authority = address.substr(start, address.find_first_of("/?#\\", start) - start);
+    return authority.find('@') != std::string_view::npos;
+}
+
+} // namespace
+
 bool isValid(std::string_view address) {
     const bool clean = std::none_of(address.begin(), address.end(), [](char c) {
         const auto byte = static_cast<unsigned char>(c);
         return byte <= 0x20 || byte == 0x7f;
     });
-    return clean && isHttpUrl(address);
+    return clean && isHttpUrl(address) && !namesUser(address);
 }
 
 } // namespace addresses
@@ -43,6 +56,14 @@ namespace {
 std::mutex& settingMutex() {
     static std::mutex mutex;
     return mutex;
+}
+
+bool sameStore(std::string_view first, std::string_view second) {
+    const auto lower = [](char c) {
+        return std::tolower(static_cast<unsigned char>(c));
+    };
+    return std::equal(first.begin(), first.end(), second.begin(), second.end(),
+                      [&](char a, char b) { return lower(a) == lower(b); });
 }
 
 std::optional<Instance> decodeInstance(std::string_view fragment) {
@@ -62,8 +83,10 @@ std::optional<ConnectedInstances> ConnectedInstances::decode(std::string_view te
     ConnectedInstances decoded;
     for (const auto& [address, fragment] : object->members()) {
         auto instance = decodeInstance(fragment);
-        if (!instance) return std::nullopt;
-        decoded.instances.insert_or_assign(address, std::move(*instance));
+        if (instance)
+            decoded.instances.insert_or_assign(address, std::move(*instance));
+        else
+            decoded.unreadable.insert_or_assign(address, fragment);
     }
     return decoded;
 }
@@ -80,6 +103,8 @@ std::string ConnectedInstances::encode() const {
         if (instance.serverURL) writer.member("serverURL", *instance.serverURL);
         writer.endObject();
     }
+    for (const auto& [address, fragment] : unreadable)
+        if (!instances.contains(address)) writer.rawMember(address, fragment);
     writer.endObject();
     return writer.take();
 }
@@ -103,6 +128,13 @@ std::set<std::string> ConnectedInstances::storeNames() const {
     return names;
 }
 
+bool ConnectedInstances::ownsStore(const std::string& address, const Instance& instance) const {
+    if (!isStoreName(instance.store) || storeNames::isOffline(instance.store)) return false;
+    return std::none_of(instances.begin(), instances.end(), [&](const auto& other) {
+        return other.first != address && sameStore(other.second.store, instance.store);
+    });
+}
+
 Result<void> changeInstances(UserDefaults& defaults, const std::function<void(ConnectedInstances&)>& change) {
     const std::lock_guard lock(settingMutex());
     auto connected = ConnectedInstances::load(defaults);
@@ -116,7 +148,12 @@ Result<Instance> registerInstance(UserDefaults& defaults, std::string_view addre
     Instance registered;
     auto stored = changeInstances(defaults, [&](ConnectedInstances& connected) {
         if (const auto* entry = connected.find(address)) {
-            registered = entry->second;
+            auto& instance = connected.instances.at(entry->first);
+            if (!connected.ownsStore(entry->first, instance)) {
+                instance.store = storeNameFor(entry->first, connected.storeNames());
+                instance.lastSuccessfulSync.clear();
+            }
+            registered = instance;
             return;
         }
         registered.store = storeNameFor(address, connected.storeNames());

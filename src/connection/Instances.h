@@ -30,7 +30,8 @@ namespace addresses {
 [[nodiscard]] std::string otherForm(std::string_view address);
 /// One slash at the end aside, the same text.
 [[nodiscard]] bool same(std::string_view first, std::string_view second);
-/// An http or https address with a host, without white space and control characters: what a person may connect to.
+/// An http or https address with a host, without white space and control characters, and without a user name or
+/// password, which would stand in logs and settings: what a person may connect to.
 [[nodiscard]] bool isValid(std::string_view address);
 } // namespace addresses
 
@@ -39,8 +40,10 @@ struct ConnectedInstances {
     static constexpr std::string_view kKey = "connectedInstances";
 
     std::map<std::string, Instance> instances;
+    /// Entries that can't be read, as JSON text: kept as they are by whoever changes the others.
+    std::map<std::string, std::string> unreadable = {};
 
-    /// Absent when the text isn't of this form.
+    /// Absent when the text is no JSON object.
     [[nodiscard]] static std::optional<ConnectedInstances> decode(std::string_view text);
     [[nodiscard]] std::string encode() const;
     /// Empty when the setting is absent or broken.
@@ -50,13 +53,16 @@ struct ConnectedInstances {
     [[nodiscard]] const std::pair<const std::string, Instance>* find(std::string_view address) const;
     /// The stores that are taken.
     [[nodiscard]] std::set<std::string> storeNames() const;
+    /// Whether the store is this entry's alone: a name that can be a store's, not that of offline mode, and no other
+    /// entry's. Names that differ only in case may be one file.
+    [[nodiscard]] bool ownsStore(const std::string& address, const Instance& instance) const;
 };
 
 /// Reads the setting, lets `change` alter it and stores it; one at a time in this process.
 Result<void> changeInstances(UserDefaults& defaults, const std::function<void(ConnectedInstances&)>& change);
 
 /// The server's entry, made with a store of its own if there is none yet. An existing entry keeps its store, its
-/// version and its date.
+/// version and its date; one whose store isn't its own gets another.
 Result<Instance> registerInstance(UserDefaults& defaults, std::string_view address);
 
 /// What a sync learnt, into the server's entry. Nothing happens without an entry; an absent value leaves what is there.

@@ -3,7 +3,19 @@
 
 #include "connection/Instances.h"
 
+#include <mutex>
+
 namespace ledgerfinch {
+
+namespace {
+
+// A token is compared and removed, or saved, in one go.
+std::mutex& tokenMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+} // namespace
 
 Result<void> KeychainHandler::save(std::string_view data, std::string_view service, std::string_view account) {
     auto saved = m_services.secrets->save(data, service, account);
@@ -31,16 +43,18 @@ SecretReading KeychainHandler::readToken(std::string_view server) {
 }
 
 Result<void> KeychainHandler::saveToken(std::string_view token, std::string_view server) {
+    const std::lock_guard lock(tokenMutex());
     auto saved = save(token, server);
     if (saved) remove(addresses::otherForm(server));
     return saved;
 }
 
 void KeychainHandler::removeToken(std::string_view server, const std::optional<std::string>& onlyThis) {
+    const std::lock_guard lock(tokenMutex());
     for (const auto& form : {std::string(server), addresses::otherForm(server)}) {
         if (onlyThis) {
             const auto reading = m_services.secrets->read(form, kAccount);
-            if (reading.state == SecretState::Found && reading.data != *onlyThis) continue;
+            if (reading.state != SecretState::Found || reading.data != *onlyThis) continue;
         }
         remove(form);
     }

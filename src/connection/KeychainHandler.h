@@ -27,7 +27,8 @@ public:
     SecretReading readToken(std::string_view server);
     /// Keeps the token under the address as given and drops one kept under the other form, which would be found first.
     Result<void> saveToken(std::string_view token, std::string_view server);
-    /// Under both forms. With a token given, only where that very token lies.
+    /// Under both forms. With a token given, only where that very token lies: one that is saved at the same time stays,
+    /// and so does what can't be read just now.
     void removeToken(std::string_view server, const std::optional<std::string>& onlyThis = std::nullopt);
 
 private:

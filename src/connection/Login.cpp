@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "connection/ApiHandler.h"
 
+#include "connection/InstanceSwitch.h"
 #include "connection/Instances.h"
+#include "connection/Status.h"
 #include "connection/TokenRequest.h"
 #include "connection/endpoints/Attributes.h"
+#include "connection/endpoints/Pages.h"
 #include "platform/DispatchQueue.h"
 #include "platform/Text.h"
 
@@ -31,29 +34,38 @@ std::shared_ptr<ApiHandler> ApiHandler::inert(Services& services, CoreDataHandle
 
 std::shared_ptr<ApiHandler> ApiHandler::login(Services& services, CoreDataHandler& core, std::string_view server,
                                               std::string_view user, std::string_view password,
-                                              Cancellation* cancellation) {
+                                              Cancellation* cancellation, Activation activation) {
     if (server.empty()) return inert(services, core);
     auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
-    (void)services.defaults->set("server", server);
     handler->m_log.info("Connecting to %{public}s", handler->m_server);
     handler->m_log.info("Obtaining token...");
-    handler->obtainToken(user, password, cancellation);
+    handler->obtainToken(server, user, password, cancellation);
     handler->readCurrentUser(cancellation);
+    const bool cancelled = cancellation != nullptr && cancellation->isCancelled();
+    if (handler->Error() == "Success" && activation == Activation::Now && !cancelled) {
+        (void)services.defaults->set("server", server);
+        const auto connected = ConnectedInstances::load(*services.defaults);
+        if (const auto* entry = connected.find(server)) adoptInstanceVersion(*services.defaults, entry->second);
+    }
     return handler;
 }
 
 std::shared_ptr<ApiHandler> ApiHandler::withToken(Services& services, CoreDataHandler& core, std::string_view server,
-                                                  std::string_view token, Cancellation* cancellation) {
+                                                  std::string_view token, Cancellation* cancellation,
+                                                  Activation activation) {
     auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
     handler->m_token = token;
     handler->m_error = "Success";
-    (void)services.defaults->set("server", server);
-    (void)services.defaults->set("offlineMode", false);
+    if (activation == Activation::Now) {
+        (void)services.defaults->set("server", server);
+        (void)services.defaults->set("offlineMode", false);
+    }
     handler->readCurrentUser(cancellation);
     return handler;
 }
 
-ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& core, std::string_view server) {
+ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& core, std::string_view server,
+                                         Activation activation) {
     const auto reading = KeychainHandler(services).readToken(server);
     if (reading.state == SecretState::Unavailable) return SecretsUnavailable{reading.reason};
     if (!text::isValidUtf8(reading.data)) fatal("The stored token is damaged.");
@@ -64,8 +76,9 @@ ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& co
     handler->m_error = "Success";
     const auto response = handler->send(checkRequest(services, handler->m_server, reading.data));
     if (response.status == 401) return Refused{};
-    (void)services.defaults->set("offlineMode", false);
-    handler->readCurrentUser(nullptr);
+    if (activation == Activation::Now) (void)services.defaults->set("offlineMode", false);
+    // Who didn't answer the first question isn't asked a second one.
+    handler->readCurrentUser(nullptr, effectiveStatus(response) != status::kNoAnswer);
     return handler;
 }
 
@@ -81,7 +94,21 @@ std::optional<ApiError> ApiHandler::checkToken(Services& services, std::string_v
     return std::nullopt;
 }
 
-void ApiHandler::obtainToken(std::string_view user, std::string_view password, Cancellation* cancellation) {
+std::optional<std::string> ApiHandler::keepToken(std::string_view given, const std::string& token,
+                                                 const HttpResponse& response) {
+    // The entry comes first: a server that is known by its token alone would work in the store of offline mode.
+    const auto registered = registerInstance(*m_services.defaults, given);
+    if (!registered) return registered.error().message;
+    if (const auto version = header(response.headers, "x-version"); version && !version->empty())
+        (void)updateInstance(*m_services.defaults, given, std::nullopt, *version);
+    const auto saved = KeychainHandler(m_services).saveToken(token, m_server);
+    if (!saved) return ApiError::secretsUnavailable(saved.error().message).localizedDescription();
+    m_log.info("saved token to keychain at %{public}s", m_server);
+    return std::nullopt;
+}
+
+void ApiHandler::obtainToken(std::string_view given, std::string_view user, std::string_view password,
+                             Cancellation* cancellation) {
     auto outcome = [this](std::string text) {
         const std::lock_guard lock(m_mutex);
         m_error = std::move(text);
@@ -104,31 +131,32 @@ void ApiHandler::obtainToken(std::string_view user, std::string_view password, C
         outcome(response.error->description);
         return;
     }
+    if (response.status == 0 && !response.error) {
+        m_log.error("URLSession encountered an unexpected error.");
+        return;
+    }
     const auto answer = readTokenAnswer(response.body);
     if (answer.token && response.status == 200) {
         m_log.info("Received token from server, proceeding...");
-        const auto saved = KeychainHandler(m_services).saveToken(*answer.token, m_server);
-        if (saved) m_log.info("saved token to keychain at %{public}s", m_server);
+        if (cancellation != nullptr && cancellation->isCancelled()) return;
+        const auto objection = keepToken(given, *answer.token, response);
         {
             const std::lock_guard lock(m_mutex);
             m_token = *answer.token;
         }
-        outcome(saved ? "Success" : ApiError::secretsUnavailable(saved.error().message).localizedDescription());
+        outcome(objection.value_or("Success"));
     } else if (answer.isObject) {
         outcome("Login Information incorrect!");
     }
-    if (response.status != 200)
-        outcome("Server responded: " + std::to_string(response.status));
-    else
-        storeServerVersion(response);
+    if (response.status != 200) outcome("Server responded: " + std::to_string(response.status));
 }
 
-void ApiHandler::readCurrentUser(Cancellation* cancellation) {
+void ApiHandler::readCurrentUser(Cancellation* cancellation, bool mayAsk) {
     if (m_server.empty()) return;
     const auto stored = m_services.defaults->integer(m_server + "currentUserId");
     m_currentUserID = stored.value_or(0);
     // What the fetch stores reaches the handlers made after this one.
-    if (m_currentUserID == 0 && !Token().empty()) (void)fetchUserSettings(*this, cancellation);
+    if (m_currentUserID == 0 && mayAsk && !Token().empty()) (void)fetchUserSettings(*this, cancellation);
 }
 
 } // namespace ledgerfinch

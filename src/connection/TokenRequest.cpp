@@ -25,6 +25,7 @@ TokenAnswer readTokenAnswer(std::string_view body) {
     if (!object) return answer;
     answer.isObject = true;
     auto token = object->text("token");
+    answer.namesToken = object->has("token");
     if (token && isPlausibleToken(*token)) answer.token = std::move(token);
     const auto errors = object->texts("non_field_errors");
     answer.namesNonFieldErrors =

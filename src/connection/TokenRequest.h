@@ -16,6 +16,7 @@ namespace ledgerfinch {
 struct TokenAnswer {
     std::optional<std::string> token;
     bool isObject = false;            ///< the body is a JSON object
+    bool namesToken = false;          ///< there is a "token", of whatever kind
     bool namesNonFieldErrors = false; ///< an object of lists of texts with a non-empty "non_field_errors"
 };
 [[nodiscard]] TokenAnswer readTokenAnswer(std::string_view body);

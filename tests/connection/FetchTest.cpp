@@ -4,6 +4,8 @@
 #include "connection/Status.h"
 #include "connection/endpoints/Attributes.h"
 #include "connection/endpoints/Documents.h"
+#include "connection/endpoints/Files.h"
+#include "connection/endpoints/Pages.h"
 #include "connection/endpoints/ShareLinks.h"
 
 #include <algorithm>
@@ -292,6 +294,49 @@ TEST_F(DocumentFetch, ARedirectToAnotherHostNeverGetsTheToken) {
     server.faults().onPath("GET /api/documents/", Fault::nextIs(other.url() + "/api/documents/?page=2"));
     EXPECT_EQ(fetchAllDocuments(*handler, options()), status::kBadNextPage);
     EXPECT_EQ(other.requestCount(), 0U);
+}
+
+TEST_F(DocumentFetch, AWalkStaysWithTheStoreThatWasOpenWhenItBegan) {
+    const auto before = core->viewContext();
+    Fault switching;
+    switching.rewrite = [this](const std::string& body, const std::string&) {
+        mainQueue::sync([this] { EXPECT_TRUE(core->moveToStore("other").ok()); });
+        return body;
+    };
+    server.faults().onPath("GET ", switching, 1);
+    EXPECT_EQ(fetchTags(*handler, {}), 200);
+    EXPECT_TRUE(localIds<CD_Tag>().empty());
+    before->performAndWait([&] { EXPECT_TRUE(before->firstWithID<CD_Tag>(1)); });
+}
+
+TEST_F(DocumentFetch, AListIsNotMergedOnceTheCallerSaidStop) {
+    auto stopping = options();
+    int asked = 0;
+    stopping.shouldStop = [&] {
+        return ++asked > 2;
+    };
+    EXPECT_EQ(fetchTags(*handler, stopping), status::kStopped);
+    EXPECT_TRUE(localIds<CD_Tag>().empty());
+}
+
+TEST_F(DocumentFetch, TheVersionOfAServerThatIsNotActiveAnyMoreIsNotKept) {
+    (void)services.defaults->set("server", "https://another");
+    (void)services.defaults->set("server_version", "1.2.3");
+    EXPECT_EQ(fetchDocument(*handler, 7, core->backgroundContext()), 200);
+    EXPECT_EQ(services.defaults->string("server_version"), "1.2.3");
+}
+
+TEST_F(DocumentFetch, TheLogNamesThePageThatFailedAndNothingPrivate) {
+    server.faults().onPath("[?&]page=2", Fault::dropConnection());
+    EXPECT_EQ(fetchAllDocuments(*handler, options()), status::kNoAnswer);
+    EXPECT_TRUE(log->contains("page=2"));
+    EXPECT_EQ(loggableUrl("https://a/api/?query=tax&page=2"), "https://a/api/?query=<private>&page=2");
+}
+
+TEST_F(DocumentFetch, ALoginPageIsNoDocument) {
+    server.faults().onPath("/download/", Fault::htmlPage());
+    EXPECT_FALSE(downloadDocumentData(*handler, 7).ok());
+    EXPECT_TRUE(log->contains("Received invalid data while downloading document."));
 }
 
 } // namespace

@@ -198,5 +198,52 @@ TEST_F(Login, SecretsStayOutOfLogAndSettings) {
     EXPECT_NE(written.find("HEADERS: X-Proxy: <private>"), std::string::npos);
 }
 
+TEST_F(Login, HalfALoginLeavesNothing) {
+    Cancellation cancellation;
+    Fault cancelling;
+    cancelling.rewrite = [&](const std::string& body, const std::string&) {
+        cancellation.cancel();
+        return body;
+    };
+    server.faults().onPath("POST ", cancelling, 1);
+    (void)ApiHandler::login(services, *core, server.url(), "alice", "alice-pass", &cancellation);
+    (void)ApiHandler::login(services, *core, server.url(), "alice", "wrong");
+    EXPECT_FALSE(services.defaults->string("server"));
+    EXPECT_FALSE(services.defaults->string(ConnectedInstances::kKey));
+    EXPECT_EQ(secrets->read(server.url(), kAccount).state, SecretState::Missing);
+    // Where the token can't be kept the entry is there, but the server isn't active.
+    secrets->setLocked(true);
+    (void)ApiHandler::login(services, *core, server.url(), "alice", "alice-pass");
+    EXPECT_FALSE(services.defaults->string("server"));
+    secrets->setLocked(false);
+    const auto later =
+        ApiHandler::login(services, *core, server.url(), "alice", "alice-pass", nullptr, ApiHandler::Activation::Later);
+    EXPECT_EQ(later->Error(), "Success");
+    EXPECT_FALSE(services.defaults->string("server"));
+    EXPECT_NE(ConnectedInstances::load(*services.defaults).find(server.url()), nullptr);
+}
+
+TEST_F(Login, WhoDoesNotAnswerIsAskedOnce) {
+    ASSERT_TRUE(KeychainHandler(services).saveToken(server.token(), server.url()).ok());
+    server.faults().onPath("GET /api/documents/", Fault::dropConnection());
+    EXPECT_TRUE(std::holds_alternative<std::shared_ptr<ApiHandler>>(
+        ApiHandler::restore(services, *core, server.url(), ApiHandler::Activation::Later)));
+    EXPECT_EQ(server.requestCount("GET /api/ui_settings/"), 0U);
+    EXPECT_FALSE(services.defaults->boolean("offlineMode"));
+}
+
+TEST_F(Login, ARefusedTokenIsRememberedWhereTheSecretsAreLocked) {
+    ASSERT_TRUE(KeychainHandler(services).saveToken("fresh", server.url()).ok());
+    (void)services.defaults->set(server.url() + "currentUserId", std::int64_t{3});
+    const auto handler = ApiHandler::withToken(services, *core, server.url(), "stale");
+    EXPECT_FALSE(handler->isTokenRefused());
+    secrets->setLocked(true);
+    EXPECT_EQ(fetchTags(*handler, options()), 401);
+    secrets->setLocked(false);
+    EXPECT_TRUE(handler->isTokenRefused());
+    EXPECT_EQ(handler->Token(), "");
+    EXPECT_EQ(secrets->read(server.url(), kAccount).data, "fresh");
+}
+
 } // namespace
 } // namespace ledgerfinch::test

@@ -213,6 +213,7 @@ TEST_F(AddInstanceScreen, TellsEveryFailureByItsText) {
         {Fault::answer(503, "busy", "text/plain"), "Unexpected response: 503\nbusy"},
         {Fault::answer(400, R"({"username":["missing"]})"), "Unexpected response: 400\n{\"username\":[\"missing\"]}"},
         {Fault::answer(200, "{}"), "Unexpected response: 200\n{}"},
+        {Fault::answer(200, R"({"token":"a b"})"), "Unexpected response: 200\n"},
         {Fault::answer(500, "\xff\xfe"), "Unexpected response: 500\n"},
         {Fault::dropConnection(), "Couldn't connect to server"},
         {Fault::cutBody(4), "Couldn't connect to server"}};
@@ -338,6 +339,78 @@ TEST_F(InstanceScreens, SwitchingGoesStepByStepAndOnlyWithAToken) {
     const auto there = other.url() + " 2.7.2 " + storeOf(other.url()) + " ";
     EXPECT_EQ(steps, (std::vector<std::string>{"clear " + before, "handler " + other.url() + " " + there,
                                                "out " + there + "2026-11-01", "sync"}));
+}
+
+TEST_F(InstanceScreens, DisconnectingNeverEmptiesAStoreThatIsNotTheEntrysOwn) {
+    const auto setStore = [&](const std::string& store) {
+        ASSERT_TRUE(registerInstance(*services.defaults, other.url()).ok());
+        ASSERT_TRUE(changeInstances(*services.defaults, [&](ConnectedInstances& all) {
+                        all.instances.at(other.url()).store = store;
+                    }).ok());
+    };
+    const auto tagIn = [&](const std::string& store, bool write) {
+        bool there = false;
+        mainQueue::sync([&] { ASSERT_TRUE(core->moveToStore(store).ok()); });
+        Tag kept;
+        kept.id = 1;
+        if (write) core->saveTag(kept, core->backgroundContext());
+        there = !localIds<CD_Tag>().empty();
+        mainQueue::sync([&] { ASSERT_TRUE(core->moveToStore(storeOf(server.url())).ok()); });
+        return there;
+    };
+    ASSERT_TRUE(registerInstance(*services.defaults, "https://third").ok());
+    for (const auto& store : {std::string("Ledgerfinch"), storeOf("https://third")}) {
+        ASSERT_TRUE(tagIn(store, true));
+        setStore(store);
+        const auto view = make<ManageInstancesView>();
+        mainQueue::sync([&] { view->askToDisconnect(QString::fromStdString(other.url())); });
+        runUntilIdle(
+            view, [](ManageInstancesView& each) { each.disconnectInstance(); }, &ManageInstancesView::changed,
+            [](ManageInstancesView& each) { return each.isRemoving(); });
+        EXPECT_EQ(ConnectedInstances::load(*services.defaults).find(other.url()), nullptr);
+        EXPECT_TRUE(tagIn(store, false)) << store;
+    }
+}
+
+TEST_F(InstanceScreens, TheLatestChoiceWinsAndAFailedSwitchChangesNothing) {
+    (void)services.defaults->set("offlineMode", true);
+    DispatchQueue queue("updateData");
+    int synced = 0;
+    const auto start = [&](const std::string& address, std::promise<bool>& finished) {
+        InstanceSwitchSteps parts;
+        parts.refreshAndSync = [&] {
+            ++synced;
+        };
+        parts.finished = [&](bool made) {
+            finished.set_value(made);
+        };
+        switchInstance(services, *core, queue, address, parts);
+    };
+    const auto ownStore = storeOf(other.url());
+    const auto setStore = [&](const std::string& store) {
+        (void)changeInstances(*services.defaults,
+                              [&](ConnectedInstances& all) { all.instances.at(other.url()).store = store; });
+    };
+    setStore("Ledgerfinch");
+    std::promise<bool> refused;
+    start(other.url(), refused);
+    EXPECT_FALSE(refused.get_future().get()) << "the store of offline mode";
+    EXPECT_EQ(services.defaults->boolean("offlineMode"), true);
+    EXPECT_EQ(services.defaults->string("server"), server.url());
+    EXPECT_EQ(core->storeName(), storeOf(server.url()));
+
+    setStore(ownStore);
+    std::promise<bool> first;
+    std::promise<bool> second;
+    mainQueue::sync([&] {
+        start(server.url(), first);
+        start(other.url(), second);
+    });
+    EXPECT_FALSE(first.get_future().get());
+    EXPECT_TRUE(second.get_future().get());
+    EXPECT_EQ(synced, 1);
+    EXPECT_EQ(services.defaults->boolean("offlineMode"), false);
+    EXPECT_EQ(core->storeName(), ownStore);
 }
 
 } // namespace

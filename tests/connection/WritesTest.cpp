@@ -4,12 +4,15 @@
 #include "connection/Status.h"
 #include "connection/endpoints/Attributes.h"
 #include "connection/endpoints/Documents.h"
+#include "connection/endpoints/Notes.h"
 #include "connection/endpoints/Removals.h"
 #include "connection/endpoints/Writes.h"
 #include "store/RepairList.h"
 #include "store/ServerShadow.h"
 
 #include <algorithm>
+#include <clocale>
+#include <utility>
 
 namespace ledgerfinch::test {
 namespace {
@@ -421,9 +424,13 @@ TEST_F(CustomFields, AFieldTakenOutGoesAndAnUnknownOneStays) {
 
 TEST_F(CustomFields, OptionsKeepTheirDocumentsWhenRenamedAddedAndReordered) {
     add({{"custom_fields", {value("choice", 1)}}});
-    const auto options = [this](const std::string& text) {
-        return edit<CD_Custom_Field>(
-            fields.at("choice"), [&](CD_Custom_Field& field) { field.setExtra_data(text); }, updateCustomField);
+    std::vector<std::pair<std::string, std::string>> renamed{{"b", "renamed"}};
+    const auto options = [&](const std::string& text) {
+        const auto field = object<CD_Custom_Field>(fields.at("choice"));
+        inStore([&](ManagedObjectContext&) { field->setExtra_data(text); });
+        const int answered = updateCustomField(*handler, field, std::exchange(renamed, {}));
+        inStore([](ManagedObjectContext& context) { EXPECT_TRUE(context.save().ok()); });
+        return answered;
     };
     EXPECT_EQ(options(R"({"select_options":["a","renamed","c","new"]})"), 200);
     EXPECT_EQ(stored("choice"), 1);
@@ -431,11 +438,161 @@ TEST_F(CustomFields, OptionsKeepTheirDocumentsWhenRenamedAddedAndReordered) {
     EXPECT_EQ(stored("choice"), 1);
     EXPECT_EQ(options(R"({"select_options":["renamed","new","a","c"]})"), 200);
     EXPECT_EQ(stored("choice"), 0);
+    // Another option in the place of one that was removed is not that one.
+    EXPECT_EQ(options(R"({"select_options":["other","new","a","c"]})"), 200);
+    EXPECT_TRUE(stored("choice").is_null());
     // Where the ids can't be learnt nothing is sent.
     server.clearRequests();
     server.faults().onPath("GET /api/custom_fields/", Fault::answer(406));
     EXPECT_EQ(options(R"({"select_options":["x"]})"), 406);
     EXPECT_EQ(server.requestCount("PATCH "), 0U);
+    EXPECT_EQ(repairs(), (std::vector<RepairItem>{{"CD_Custom_Field", fields.at("choice"), "refused"}}));
+}
+
+TEST_F(CustomFields, OptionsThatNobodyTouchedGoAsTheServerHasThem) {
+    add({{"custom_fields", {value("choice", 1)}}});
+    server.edit("custom_fields", fields.at("choice"), {{"extra_data", {{"select_options", {"a", "b", "c", "later"}}}}});
+    const auto before = server.record("custom_fields", fields.at("choice"))->at("extra_data");
+    const auto choice = stored("choice");
+    EXPECT_EQ(edit<CD_Custom_Field>(
+                  fields.at("choice"), [](CD_Custom_Field& field) { field.setName("Renamed"); }, updateCustomField),
+              200);
+    EXPECT_EQ(server.record("custom_fields", fields.at("choice"))->at("extra_data"), before);
+    EXPECT_EQ(stored("choice"), choice);
+}
+
+TEST_F(CustomFields, ADifferenceThatThirtyTwoBitsDoNotHoldIsSent) {
+    add({{"custom_fields", {value("number", 16777216), value("fraction", 16777216.0), value("sum", "EUR1234567.88")}}});
+    EXPECT_EQ(editDocument(id,
+                           [this](CD_Document& document) {
+                               replaceValues(document, [](const std::string& name, CD_Custom_Field_Value& fresh) {
+                                   if (name == "number" || name == "fraction") fresh.setValue("16777217");
+                                   if (name == "sum") {
+                                       fresh.setValue("1234567.89");
+                                       fresh.setValue_as_string("1234567.89");
+                                   }
+                               });
+                           }),
+              200);
+    EXPECT_EQ(stored("number"), 16777217);
+    EXPECT_EQ(stored("fraction"), 16777217.0);
+    EXPECT_EQ(stored("sum"), "EUR1234567.89");
+}
+
+TEST_F(CustomFields, TheSameNumberInOtherDigitsIsNoChange) {
+    add({{"custom_fields", {value("fraction", 0.1), value("number", 16777217), value("sum", "EUR12.5")}}});
+    EXPECT_EQ(editDocument(id,
+                           [this](CD_Document& document) {
+                               replaceValues(document, [](const std::string& name, CD_Custom_Field_Value& fresh) {
+                                   if (name == "fraction") fresh.setValue("0.10000000149011612");
+                                   if (name == "sum") fresh.setValue_as_string("12.50");
+                               });
+                           }),
+              200);
+    EXPECT_EQ(stored("fraction"), 0.1);
+    EXPECT_EQ(stored("number"), 16777217);
+    EXPECT_EQ(stored("sum"), "EUR12.5");
+}
+
+TEST_F(CustomFields, MoneyHasAPointInEveryLanguage) {
+    add({{"custom_fields", {value("sum", "EUR1.00")}}});
+    const std::string before = std::setlocale(LC_NUMERIC, nullptr);
+    if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr) GTEST_LOG_(INFO) << "de_DE isn't installed";
+    EXPECT_EQ(editDocument(id,
+                           [this](CD_Document& document) {
+                               replaceValues(document, [](const std::string&, CD_Custom_Field_Value& fresh) {
+                                   fresh.setValue("1234567.5");
+                                   fresh.setValue_as_string("1.234.567,50");
+                               });
+                           }),
+              200);
+    std::setlocale(LC_NUMERIC, before.c_str());
+    EXPECT_EQ(stored("sum"), "EUR1234567.50");
+}
+
+TEST_F(OneDocument, PermissionsThatWereNotDeliveredAreAskedForBeforeOneListIsChanged) {
+    add({{"permissions",
+          {{"view", {{"users", {4}}, {"groups", {1}}}}, {"change", {{"users", {5}}, {"groups", Json::array()}}}}}});
+    const auto document = object<CD_Document>(id);
+    const auto forget = [&] {
+        inStore([&](ManagedObjectContext& context) {
+            auto shadow = *serverShadow(*document);
+            shadow.remove("permissions");
+            document->setServer_shadow(shadow.toText());
+            document->setViewable_by_user({});
+            ASSERT_TRUE(context.save().ok());
+        });
+    };
+    const auto addViewer = [](CD_Document& each) {
+        each.setViewable_by_user({each.context()->firstWithID<CD_User>(6)});
+    };
+    forget();
+    EXPECT_EQ(editDocument(id, addViewer), 200);
+    const auto stored = server.document(id)->at("permissions");
+    const auto sent = bodyOf("PATCH ")["set_permissions"];
+    auto viewers = sent["view"]["users"].get<std::vector<int>>();
+    std::sort(viewers.begin(), viewers.end());
+    EXPECT_EQ(viewers, (std::vector<int>{4, 5, 6})) << "who may change may see";
+    EXPECT_EQ(sent["view"]["groups"], Json({1}));
+    EXPECT_EQ(sent["change"]["users"], Json({5}));
+
+    forget();
+    server.clearRequests();
+    server.faults().onPath("GET /api/documents/", Fault::answer(200, R"({"id":)" + std::to_string(id) + "}"));
+    EXPECT_EQ(editDocument(id, addViewer), status::kNotSent);
+    EXPECT_EQ(server.requestCount("PATCH "), 0U);
+    EXPECT_EQ(server.document(id)->at("permissions"), stored);
+}
+
+TEST_F(OneDocument, WhatIsNotTheServersIsNeverSentToIt) {
+    add({});
+    const auto document = object<CD_Document>(id);
+    std::optional<std::string> shadow;
+    inStore([&](ManagedObjectContext& context) {
+        shadow = document->server_shadow();
+        document->setServer_shadow(std::nullopt);
+        ASSERT_TRUE(context.save().ok());
+    });
+    EXPECT_EQ(editDocument(id, [](CD_Document& each) { each.setTitle("Local"); }), status::kNotSent);
+    inStore([&](ManagedObjectContext& context) {
+        document->setServer_shadow(shadow);
+        ASSERT_TRUE(context.save().ok());
+    });
+    // The server has a store, and it isn't this one.
+    ASSERT_TRUE(registerInstance(*services.defaults, server.url()).ok());
+    EXPECT_EQ(editDocument(id, [](CD_Document& each) { each.setTitle("Elsewhere"); }), status::kNotSent);
+    EXPECT_EQ(server.requestCount("PATCH "), 0U);
+    EXPECT_TRUE(repairs().empty());
+}
+
+TEST_F(OneDocument, AChangeIsOnTheRepairListWhileItIsOnItsWay) {
+    add({{"tags", {1}}});
+    std::vector<RepairItem> seen;
+    Fault watching;
+    watching.rewrite = [&](const std::string& body, const std::string&) {
+        seen = repairs();
+        return body;
+    };
+    for (const auto* method : {"PATCH ", "POST ", "DELETE "})
+        server.faults().onPath(method, watching);
+    const std::vector<RepairItem> document{{"CD_Document", id, "refused"}};
+    EXPECT_EQ(editDocument(id, [](CD_Document& each) { each.setTitle("New"); }), 200);
+    EXPECT_EQ(std::exchange(seen, {}), document);
+    EXPECT_EQ(addNote(*handler, id, "text").status, 200);
+    EXPECT_EQ(std::exchange(seen, {}), document);
+    EXPECT_TRUE(repairs().empty());
+
+    // An earlier doubt isn't settled by a later success.
+    ASSERT_TRUE(RepairList(*core).add("CD_Document", id, RepairList::kRefused, core->backgroundContext()).ok());
+    EXPECT_EQ(addNote(*handler, id, "text").status, 200);
+    EXPECT_EQ(repairs(), document);
+    // Nor by an answer that tells nothing.
+    server.faults().onPath("GET ", Fault::answer(403), 1);
+    EXPECT_EQ(runRepairs(*handler, options()), 200);
+    EXPECT_EQ(repairs(), document);
+    EXPECT_EQ(deleteTag(*handler, 1), 204);
+    EXPECT_EQ(seen.size(), 2U);
+    EXPECT_EQ(repairs(), document);
 }
 
 TEST_F(OneDocument, ARefusedEditStaysInTheFormAndIsFetchedAgain) {

@@ -21,11 +21,12 @@ struct Family {
 };
 
 template <class Record, class Page>
-int fetchFamily(ApiHandler& api, const FetchOptions& options, const Family<Record, Page>& family) {
+int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record, Page>& family) {
+    const auto options = withContext(api, given);
     std::vector<Record> records;
     bool delivered = false;
     bool whole = true;
-    const int last = walkPages(api, family.walk, options, [&](const HttpResponse& response) {
+    const int last = walkPages(api, family.walk, options, [&](const HttpResponse& response, const std::string&) {
         PageStep step{effectiveStatus(response), std::nullopt, {}};
         if (response.status == 401)
             api.log().error("server didn't accept stored token!");
@@ -43,6 +44,7 @@ int fetchFamily(ApiHandler& api, const FetchOptions& options, const Family<Recor
         return step;
     });
     if (last != 200) return last;
+    if (options.shouldStop && options.shouldStop()) return status::kStopped;
     const auto delivery = !delivered ? Delivery::Absent : whole ? Delivery::Complete : Delivery::Partial;
     const auto outcome = (api.core().*family.save)(records, delivery, options.context);
     if (options.incomplete && (delivery != Delivery::Complete || !outcome.complete())) options.incomplete();

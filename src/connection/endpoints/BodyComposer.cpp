@@ -35,10 +35,6 @@ std::int64_t idOf(const ManagedObject& object) {
     return id != nullptr ? *id : 0;
 }
 
-std::vector<std::int64_t> deliveredList(const std::optional<JsonObject>& dictionary, std::string_view name) {
-    return dictionary ? dictionary->integers(name).value_or(std::vector<std::int64_t>()) : std::vector<std::int64_t>();
-}
-
 } // namespace
 
 std::vector<std::int64_t> relatedIds(const ManagedObject& object, std::string_view relation) {
@@ -86,17 +82,26 @@ void BodyComposer::addToOne(std::string_view key) {
     });
 }
 
-std::vector<std::int64_t> BodyComposer::idsNow(std::string_view relation,
-                                               const std::vector<std::int64_t>& deliveredIds) const {
-    auto ids = relatedIds(m_object, relation);
-    std::vector<std::int64_t> linked;
-    withSavedObject(m_object, [&](const ManagedObject& saved) { linked = relatedIds(saved, relation); });
+std::vector<std::int64_t> mergedIds(const PermissionEdit& edit, const std::vector<std::int64_t>& deliveredIds) {
+    auto ids = edit.now;
     for (const auto id : deliveredIds) {
-        const bool wasHere = std::find(linked.begin(), linked.end(), id) != linked.end();
+        const bool wasHere = std::find(edit.linked.begin(), edit.linked.end(), id) != edit.linked.end();
         const bool isHere = std::find(ids.begin(), ids.end(), id) != ids.end();
         if (!wasHere && !isHere) ids.push_back(id);
     }
     return ids;
+}
+
+PermissionEdit BodyComposer::editOf(std::string_view relation) const {
+    PermissionEdit edit;
+    edit.now = relatedIds(m_object, relation);
+    withSavedObject(m_object, [&](const ManagedObject& saved) { edit.linked = relatedIds(saved, relation); });
+    return edit;
+}
+
+std::vector<std::int64_t> BodyComposer::idsNow(std::string_view relation,
+                                               const std::vector<std::int64_t>& deliveredIds) const {
+    return mergedIds(editOf(relation), deliveredIds);
 }
 
 void BodyComposer::addIds(std::string_view key) {
@@ -127,23 +132,44 @@ void BodyComposer::addPermissions(const PermissionRelations& relations) {
         if (permissions) add("set_permissions", delivered("permissions"), "permissions");
         return;
     }
-    // The server takes a missing list for an empty one, so all four go along.
-    const auto list = [&](const std::optional<JsonObject>& dictionary, std::string_view name,
-                          std::string_view relation) {
-        const auto ids = deliveredList(dictionary, name);
-        if (changed(relation) || !dictionary || !dictionary->has(name)) return listFragment(idsNow(relation, ids));
-        return std::string(*dictionary->raw(name));
+    const auto note = [this](std::string_view side, std::string_view kind, std::string_view relation) {
+        if (!changed(relation)) return;
+        auto edit = editOf(relation);
+        edit.side = side;
+        edit.kind = kind;
+        m_permissionEdits.push_back(std::move(edit));
     };
-    const auto view = permissions ? permissions->object("view") : std::nullopt;
-    const auto change = permissions ? permissions->object("change") : std::nullopt;
+    note("view", "users", relations.viewUsers);
+    note("view", "groups", relations.viewGroups);
+    note("change", "users", relations.changeUsers);
+    note("change", "groups", relations.changeGroups);
+    const auto edited = editedPermissions(permissions, m_permissionEdits);
+    if (!edited) return;
+    m_permissionEdits.clear();
+    add("set_permissions", edited, "permissions");
+}
+
+std::optional<std::string> editedPermissions(const std::optional<JsonObject>& delivered,
+                                             const std::vector<PermissionEdit>& edits) {
+    if (!delivered) return std::nullopt;
     JsonWriter writer;
-    writer.beginObject().key("view").beginObject();
-    writer.rawMember("users", list(view, "users", relations.viewUsers));
-    writer.rawMember("groups", list(view, "groups", relations.viewGroups)).endObject();
-    writer.key("change").beginObject();
-    writer.rawMember("users", list(change, "users", relations.changeUsers));
-    writer.rawMember("groups", list(change, "groups", relations.changeGroups)).endObject();
-    add("set_permissions", writer.endObject().take(), "permissions");
+    writer.beginObject();
+    for (const auto* side : {"view", "change"}) {
+        const auto lists = delivered->object(side);
+        if (!lists) return std::nullopt;
+        writer.key(side).beginObject();
+        for (const auto* kind : {"users", "groups"}) {
+            const auto ids = lists->integers(kind);
+            if (!ids) return std::nullopt;
+            const auto edit = std::find_if(edits.begin(), edits.end(), [&](const PermissionEdit& each) {
+                return each.side == side && each.kind == kind;
+            });
+            writer.rawMember(kind, edit != edits.end() ? listFragment(mergedIds(*edit, *ids))
+                                                       : std::string(*lists->raw(kind)));
+        }
+        writer.endObject();
+    }
+    return writer.endObject().take();
 }
 
 JsonObject BodyComposer::deliveredAfterwards() const {

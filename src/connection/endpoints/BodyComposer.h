@@ -14,6 +14,18 @@
 
 namespace ledgerfinch {
 
+/// A list of permissions that the person changed.
+struct PermissionEdit {
+    std::string side;                 ///< "view" or "change"
+    std::string kind;                 ///< "users" or "groups"
+    std::vector<std::int64_t> now;    ///< the ids now
+    std::vector<std::int64_t> linked; ///< the ids that are saved here: what the person could take out
+};
+
+/// The ids now, and those that were delivered without ever having been linked here.
+[[nodiscard]] std::vector<std::int64_t> mergedIds(const PermissionEdit& edit,
+                                                  const std::vector<std::int64_t>& deliveredIds);
+
 /// Composes the body of an update from an object and what the server last delivered of it. Every key is added in turn:
 /// what the person changed as it is now, everything else as delivered, to the byte. A key that was neither changed nor
 /// delivered is left out: a made-up value for it could overwrite a real one. Inside the object's queue.
@@ -42,8 +54,11 @@ public:
         std::string_view changeUsers;
         std::string_view changeGroups;
     };
-    /// "set_permissions", from the four relations and the delivered "permissions".
+    /// "set_permissions", from the four relations and the delivered "permissions". Where lists were changed but not all
+    /// four were delivered nothing is added: the server takes a missing list for an empty one. Then `permissionEdits`
+    /// tells what was changed.
     void addPermissions(const PermissionRelations& relations);
+    [[nodiscard]] const std::vector<PermissionEdit>& permissionEdits() const { return m_permissionEdits; }
 
     /// A key whose value the caller composed; nothing is added without one. `deliveredName` is the key under which the
     /// server delivers it.
@@ -62,12 +77,19 @@ private:
     /// here, which the person can't have taken out.
     [[nodiscard]] std::vector<std::int64_t> idsNow(std::string_view relation,
                                                    const std::vector<std::int64_t>& deliveredIds) const;
+    [[nodiscard]] PermissionEdit editOf(std::string_view relation) const;
 
     const ManagedObject& m_object;
     JsonObject m_delivered;
     JsonObject m_body;
     JsonObject m_accepted;
+    std::vector<PermissionEdit> m_permissionEdits;
 };
+
+/// "set_permissions" of what was delivered, with the edits; absent when one of the four lists wasn't
+/// delivered.
+[[nodiscard]] std::optional<std::string> editedPermissions(const std::optional<JsonObject>& delivered,
+                                                           const std::vector<PermissionEdit>& edits);
 
 /// Reads the object as it is saved, in a context of its own; nothing for an object that was never saved.
 void withSavedObject(const ManagedObject& object, const std::function<void(const ManagedObject&)>& read);

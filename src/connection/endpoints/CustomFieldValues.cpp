@@ -10,9 +10,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
+#include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <map>
 
 namespace ledgerfinch {
@@ -39,40 +38,42 @@ std::map<std::int64_t, StoredValue> storedValues(const CD_Document& document) {
     return values;
 }
 
-bool sameJson(const std::string& first, const std::string& second) {
-    if (first == second) return true;
-    const auto one = json::number(first);
-    const auto other = json::number(second);
-    // Numbers are kept with 32 bits, however many digits are written.
-    if (one && other) return *one == *other || static_cast<float>(*one) == static_cast<float>(*other);
-    const auto list = json::integers(first);
-    return list && list == json::integers(second);
-}
-
-/// An amount may be written "12.5" or "12.50", a whole number "5" or "5.0".
-bool sameValue(const StoredValue& now, const StoredValue& saved) {
-    if (now.currency != saved.currency || now.value.has_value() != saved.value.has_value()) return false;
-    return !now.value || sameJson(*now.value, *saved.value);
-}
-
 bool isPlainAmount(const std::string& text) {
     const auto point = text.find('.');
     const auto whole = text.substr(0, point);
     const auto decimals = point == std::string::npos ? std::string() : text.substr(point + 1);
     const auto digits = [](const std::string& part) {
-        return std::all_of(part.begin(), part.end(),
-                           [](char c) { return std::isdigit(static_cast<unsigned char>(c)) != 0; });
+        return std::all_of(part.begin(), part.end(), [](char c) { return c >= '0' && c <= '9'; });
     };
     return !whole.empty() && digits(whole) && digits(decimals) &&
            (point == std::string::npos || (!decimals.empty() && decimals.size() <= 2));
 }
 
-/// Currency and amount, "EUR12.50". The text that was typed, where it is an amount, has digits that 32 bits lose.
-std::string monetaryText(const StoredValue& stored, double amount) {
-    if (isPlainAmount(stored.text)) return stored.currency + stored.text;
-    std::array<char, 64> buffer{};
-    const int length = std::snprintf(buffer.data(), buffer.size(), "%.2f", amount);
-    return stored.currency + std::string(buffer.data(), static_cast<std::size_t>(std::max(length, 0)));
+/// The number with two decimals and a point, whatever the language of the desktop.
+std::string twoDecimals(double amount) {
+    std::array<char, 400> buffer{};
+    const auto [end, failure] =
+        std::to_chars(buffer.data(), buffer.data() + buffer.size(), amount, std::chars_format::fixed, 2);
+    return failure == std::errc() ? std::string(buffer.data(), end) : std::string();
+}
+
+/// The digits of an amount. The text that was typed has some that 32 bits lose; it counts unless it speaks of another
+/// number than the value.
+std::string amountDigits(const StoredValue& stored, double amount) {
+    if (isPlainAmount(stored.text)) {
+        const auto typed = json::number(stored.text);
+        // A zero before other digits is no JSON, but an amount all the same.
+        if (!typed || static_cast<float>(*typed) == static_cast<float>(amount)) return stored.text;
+    }
+    return twoDecimals(amount);
+}
+
+/// An amount may be written "12.5" or "12.50".
+std::string withoutEndingZeros(std::string digits) {
+    if (digits.find('.') == std::string::npos) return digits;
+    digits.erase(digits.find_last_not_of('0') + 1);
+    if (digits.back() == '.') digits.pop_back();
+    return digits;
 }
 
 std::string wholeNumber(const std::string& fragment) {
@@ -81,6 +82,47 @@ std::string wholeNumber(const std::string& fragment) {
     if (!number || !std::isfinite(*number) || std::abs(*number) > kLimit) return "null";
     const auto exact = json::integer(fragment);
     return std::to_string(exact ? *exact : static_cast<std::int64_t>(*number));
+}
+
+bool sameFraction(const std::string& now, const std::string& saved) {
+    const auto one = json::number(now);
+    const auto other = json::number(saved);
+    if (!one || !other) return false;
+    // What is kept has 32 bits; read back and written with 64 it shows more digits, and is the same value.
+    return *one == *other || *one == static_cast<double>(static_cast<float>(*other));
+}
+
+bool sameAmount(const StoredValue& now, const StoredValue& saved) {
+    const auto one = json::number(*now.value);
+    const auto other = json::number(*saved.value);
+    if (!one || !other) return !one && !other && now.text == saved.text;
+    return withoutEndingZeros(amountDigits(now, *one)) == withoutEndingZeros(amountDigits(saved, *other));
+}
+
+/// Whether both would be sent as the same value.
+bool sameValue(const StoredValue& now, const StoredValue& saved) {
+    if (now.currency != saved.currency || now.value.has_value() != saved.value.has_value()) return false;
+    if (!now.value) return true;
+    if (now.type == Data_Type::monetary) return sameAmount(now, saved);
+    if (*now.value == *saved.value) return true;
+    switch (now.type.value_or(Data_Type::string)) {
+    case Data_Type::integer:
+    case Data_Type::select:
+        return wholeNumber(*now.value) == wholeNumber(*saved.value);
+    case Data_Type::float_:
+    case Data_Type::date:
+        return sameFraction(*now.value, *saved.value);
+    case Data_Type::documentlink: {
+        const auto list = json::integers(*now.value);
+        return list && list == json::integers(*saved.value);
+    }
+    case Data_Type::monetary:
+    case Data_Type::string:
+    case Data_Type::url:
+    case Data_Type::boolean:
+        break;
+    }
+    return false;
 }
 
 /// The typed JSON value; absent for a field without a type, whose value can't be told.
@@ -98,7 +140,7 @@ std::optional<std::string> typedValue(const StoredValue& stored) {
         return wholeNumber(*stored.value);
     case Data_Type::monetary: {
         const auto amount = json::number(*stored.value);
-        return amount ? jsonQuoted(monetaryText(stored, *amount)) : std::string("null");
+        return amount ? jsonQuoted(stored.currency + amountDigits(stored, *amount)) : std::string("null");
     }
     case Data_Type::string:
     case Data_Type::url:

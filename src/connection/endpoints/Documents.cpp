@@ -36,15 +36,15 @@ struct Pass {
 void logTransportError(const ApiHandler& api, const HttpResponse& response, std::string_view url) {
     api.log().error("Enountered an error while fetching documents:");
     api.log().error("%{public}s", response.error ? response.error->description : std::string("no answer"));
-    api.log().error("URL: %{public}s", url);
+    api.log().error("URL: %{public}s", loggableUrl(url));
 }
 
-PageStep readDocumentPage(ApiHandler& api, const FetchOptions& options, const std::string& path,
+PageStep readDocumentPage(ApiHandler& api, const FetchOptions& options, const std::string& url,
                           const HttpResponse& response, Pass& pass) {
     PageStep step{effectiveStatus(response), std::nullopt, {}};
     if (response.error || response.status == 0) {
         report(options, additionalLoadingInfo::error(response.error ? response.error->description : "no answer"));
-        logTransportError(api, response, api.Server() + path);
+        logTransportError(api, response, url);
         return step;
     }
     if (response.status == 401)
@@ -76,8 +76,8 @@ PageStep readDocumentPage(ApiHandler& api, const FetchOptions& options, const st
 }
 
 int fetchDocumentPages(ApiHandler& api, const std::string& path, const FetchOptions& options, Pass& pass) {
-    return walkPages(api, {path}, options, [&](const HttpResponse& response) {
-        return readDocumentPage(api, options, path, response, pass);
+    return walkPages(api, {path}, options, [&](const HttpResponse& response, const std::string& url) {
+        return readDocumentPage(api, options, url, response, pass);
     });
 }
 
@@ -99,16 +99,19 @@ std::optional<std::vector<std::int64_t>> idsOnServer(Pass pass) {
 
 } // namespace
 
-int fetchAllDocuments(ApiHandler& api, const FetchOptions& options) {
+int fetchAllDocuments(ApiHandler& api, const FetchOptions& given) {
+    const auto options = withContext(api, given);
     Pass pass;
     const int last = fetchDocumentPages(api, "/api/documents/?" + std::string(kPageQuery), options, pass);
     if (last != 200) return last;
     const bool stored = pass.stored;
+    if (options.shouldStop && options.shouldStop()) return status::kStopped;
     if (const auto there = idsOnServer(std::move(pass))) api.core().removeOutdatedDocuments(*there, options.context);
     return stored ? last : status::kNotStored;
 }
 
-int fetchChangedDocuments(ApiHandler& api, std::string_view modifiedSince, const FetchOptions& options) {
+int fetchChangedDocuments(ApiHandler& api, std::string_view modifiedSince, const FetchOptions& given) {
+    const auto options = withContext(api, given);
     Pass pass;
     const std::string path =
         "/api/documents/?modified__gt=" + text::percentEncoded(modifiedSince) + "&" + std::string(kPageQuery);
@@ -140,7 +143,8 @@ DocumentCount fetchDocumentCount(ApiHandler& api) {
     return answer;
 }
 
-int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& options) {
+int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& given) {
+    const auto options = withContext(api, given);
     if (options.shouldStop && options.shouldStop()) return status::kStopped;
     const auto answer = fetchDocumentCount(api);
     if (answer.status != 200) return answer.status;
@@ -151,6 +155,7 @@ int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& options) {
 
 int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,
                   std::shared_ptr<ManagedObjectContext> context) {
+    if (!context) context = api.core().viewContext();
     const std::string path = "/api/documents/" + std::to_string(id) + "/?full_perms=true";
     const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
     if (response.error || response.status == 0)

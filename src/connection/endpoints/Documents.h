@@ -38,8 +38,9 @@ int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& options);
 int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::shared_ptr<ManagedObjectContext> context);
 int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context);
 
-/// Fetches again what a refused or unheard write left in doubt; what the server delivers wins. Entries that were
-/// answered leave the repair list. Ends early when nobody answers or the token is refused, with that status; else 200.
+/// Fetches again what a refused or unheard write left in doubt; what the server delivers wins. Entries that
+/// were mended, or whose record is gone (404), leave the repair list. Ends early when nobody answers or the token is
+/// refused, with that status; else 200.
 int runRepairs(ApiHandler& api, const FetchOptions& options);
 
 } // namespace ledgerfinch

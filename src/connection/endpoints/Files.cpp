@@ -6,6 +6,9 @@
 #include "records/JsonReader.h"
 #include "store/CoreDataHandler.h"
 
+#include <algorithm>
+#include <cctype>
+
 namespace ledgerfinch {
 
 namespace {
@@ -27,6 +30,11 @@ std::string mimeTypeOf(const HttpResponse& response) {
     return type;
 }
 
+bool isPage(std::string type) {
+    std::transform(type.begin(), type.end(), type.begin(), [](unsigned char c) { return std::tolower(c); });
+    return type == "text/html" || type == "application/xhtml+xml";
+}
+
 } // namespace
 
 std::string fetchOriginalMimeType(ApiHandler& api, std::int64_t documentId) {
@@ -46,7 +54,7 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
     const auto mimeType = fetchOriginalMimeType(api, documentId);
     const bool wanted = api.services().defaults->boolean("downloadOriginalFiles").value_or(false);
     const bool supported = DocumentFiles::supportsOriginal(mimeType);
-    if (wanted && !supported) api.log().info("Found unsupported mime type, downloading archived PDF...");
+    if (!supported) api.log().info("Found unsupported mime type, downloading archived PDF...");
     auto request =
         api.request("GET", documentPath(documentId, wanted && supported ? "download/?original=true" : "download/"),
                     ApiHandler::Accept::No);
@@ -59,6 +67,13 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
         return reason;
     }
     auto type = mimeTypeOf(response);
+    // The login page of a proxy comes with success too.
+    if (isPage(type) && !isPage(mimeType)) {
+        api.log().error("Received invalid data while downloading document.");
+        Error reason{"The server sent a page in place of the document.", status::kUnreadable};
+        api.log().error("%{public}s", reason.message);
+        return reason;
+    }
     return DownloadedDocument{std::move(response.body), std::move(type)};
 }
 

@@ -16,13 +16,14 @@ std::string notesPath(std::int64_t documentId) {
 }
 
 NotesAnswer sendNotes(ApiHandler& api, std::int64_t documentId, HttpRequest request) {
-    const auto context = api.core().backgroundContext();
+    PendingRepairs repairs(api, nullptr, {{std::string(CD_Document::kEntityName), documentId}});
     const auto response = api.send(std::move(request));
     NotesAnswer answer{effectiveStatus(response), std::nullopt};
     if (!status::isSuccess(answer.status)) {
         logFailure(api, "Error updating document %{public}s", response);
-        noteRefused(api, CD_Document::kEntityName, documentId, context);
+        repairs.confirm();
     } else {
+        repairs.settle();
         answer.notes = decodeNotes(response.body, api.decodeContext());
     }
     return answer;

@@ -29,9 +29,17 @@ struct PageWalk {
 };
 
 /// Reads a list page by page and gives the status of the last one. The address of a next page is followed only to the
-/// same server, only once, and not without end: otherwise the walk fails with status::kBadNextPage.
+/// same server under its own path, only once, and not without end: otherwise the walk fails with status::kBadNextPage.
+/// The reader gets the answer and the address it came from.
 int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options,
-              const std::function<PageStep(const HttpResponse&)>& read);
+              const std::function<PageStep(const HttpResponse&, const std::string& url)>& read);
+
+/// The options with a context: an operation stays with the store that was open when it began, whatever is opened
+/// meanwhile.
+[[nodiscard]] FetchOptions withContext(const ApiHandler& api, FetchOptions options);
+
+/// The address for the log: of its query only what tells nothing about papers.
+[[nodiscard]] std::string loggableUrl(std::string_view url);
 
 /// The status of an answer: status::kNoAnswer when there is none, or only a part of one.
 [[nodiscard]] int effectiveStatus(const HttpResponse& response);

@@ -7,7 +7,9 @@
 
 #include <functional>
 #include <set>
+#include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace ledgerfinch {
@@ -37,19 +39,26 @@ Bearers documentsOf(const ContextRef& context, std::int64_t id) {
 int remove(ApiHandler& api, const Removal& removal, std::int64_t id,
            const std::function<Bearers(const ContextRef&)>& bearersOf = {}) {
     // The store as it is now: by the time of the answer another one may be open.
-    const auto context = api.core().backgroundContext();
+    const auto store = api.core().persistenceContainer();
     // Looked up first: once the caller has removed the local record nobody knows them any more.
-    const auto bearers = bearersOf ? bearersOf(context) : Bearers();
+    std::vector<PendingRepairs::Record> records{{std::string(removal.entityName), id}};
+    if (bearersOf)
+        for (const auto bearer : bearersOf(store->newBackgroundContext()))
+            records.push_back({std::string(CD_Document::kEntityName), bearer});
+    PendingRepairs repairs(api, store, std::move(records));
     const auto response =
         api.send(api.request("DELETE", std::string(removal.path) + std::to_string(id) + "/", ApiHandler::Accept::No));
     const int result = effectiveStatus(response);
-    if (status::isSuccess(result)) return result;
+    if (status::isSuccess(result)) {
+        repairs.settle();
+        return result;
+    }
     if (!removal.logFormat.empty()) logFailure(api, removal.logFormat, response);
     // What is gone already needs no repair.
-    if (result == 404) return result;
-    noteRefused(api, removal.entityName, id, context);
-    for (const auto document : bearers)
-        noteRefused(api, CD_Document::kEntityName, document, context);
+    if (result == 404)
+        repairs.settle();
+    else
+        repairs.confirm();
     return result;
 }
 

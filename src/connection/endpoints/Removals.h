@@ -7,9 +7,9 @@
 
 namespace ledgerfinch {
 
-// DELETE on the server; each gives the status. The local record is the caller's. A refused or unheard removal puts the
-// record on the repair list; that of an attribute, the documents that bear it as well (call before removing the local
-// record).
+// DELETE on the server; each gives the status. The local record is the caller's. Until the server has accepted
+// the record is on the repair list; with an attribute, the documents that bear it as well (call before removing the
+// local record).
 
 int deleteTag(ApiHandler& api, std::int64_t id);
 int deleteCorrespondent(ApiHandler& api, std::int64_t id);

@@ -62,15 +62,15 @@ int fetchAgain(ApiHandler& api, const RepairItem& item, const ContextRef& contex
 
 } // namespace
 
-int runRepairs(ApiHandler& api, const FetchOptions& options) {
+int runRepairs(ApiHandler& api, const FetchOptions& given) {
+    const auto options = withContext(api, given);
     RepairList list(api.core());
     for (const auto& item : list.entries(RepairList::kRefused, options.context)) {
         if (options.shouldStop && options.shouldStop()) return status::kStopped;
         const int result = fetchAgain(api, item, options.context);
         if (result == status::kNoAnswer || result == 401) return result;
-        // Gone, or hidden from this user: nothing more can be learnt, the next list tells.
-        const bool answered = result == 200 || result == 404 || result == 403;
-        if (!answered) continue;
+        // Mended, or gone. Anything else, a refusal too, leaves it in doubt.
+        if (result != 200 && result != 404) continue;
         const auto removed = list.remove(item.kind, item.id, RepairList::kRefused, options.context);
         if (!removed) api.log().error("Couldn't note a repair: %{public}s", removed.error().message);
     }

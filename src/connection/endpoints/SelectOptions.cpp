@@ -36,23 +36,24 @@ std::optional<std::vector<Option>> optionsOf(const JsonObject& field) {
     return options;
 }
 
-/// The wanted labels with the ids of the known options: first by equal text, so that a changed order takes its ids
-/// along; what then is left keeps the id of its position, as a renamed option does.
-std::string assignIds(const std::vector<std::string>& labels, std::vector<Option> known) {
-    std::vector<const Option*> chosen(labels.size(), nullptr);
-    for (std::size_t i = 0; i < labels.size(); ++i) {
+/// The wanted labels with the ids of the known options, by equal text or by the text they had before: a changed order
+/// takes its ids along, and an option in the place of another is not that option.
+std::string assignIds(const std::vector<std::string>& labels, std::vector<Option> known, const OptionRenames& renames) {
+    const auto take = [&known](const std::optional<std::string>& label) -> const Option* {
         const auto match = std::find_if(known.begin(), known.end(), [&](const Option& option) {
-            return !option.taken && json::text(option.label) == json::text(labels[i]);
+            return !option.taken && json::text(option.label) == label;
         });
-        if (match == known.end()) continue;
+        if (match == known.end()) return nullptr;
         match->taken = true;
-        chosen[i] = &*match;
-    }
-    for (std::size_t i = 0; i < labels.size() && i < known.size(); ++i) {
-        if (chosen[i] != nullptr || known[i].taken) continue;
-        known[i].taken = true;
-        chosen[i] = &known[i];
-    }
+        return &*match;
+    };
+    std::vector<const Option*> chosen(labels.size(), nullptr);
+    // Renamed ones first: a new option may have taken over an earlier text.
+    for (std::size_t i = 0; i < labels.size(); ++i)
+        for (const auto& [before, after] : renames)
+            if (chosen[i] == nullptr && json::text(labels[i]) == after) chosen[i] = take(before);
+    for (std::size_t i = 0; i < labels.size(); ++i)
+        if (chosen[i] == nullptr) chosen[i] = take(json::text(labels[i]));
     JsonWriter writer;
     writer.beginArray();
     for (std::size_t i = 0; i < labels.size(); ++i) {
@@ -63,6 +64,14 @@ std::string assignIds(const std::vector<std::string>& labels, std::vector<Option
     return writer.endArray().take();
 }
 
+/// The body with the "extra_data" that was just received, to the byte.
+std::string withExtraData(const std::string& body, const JsonObject& received) {
+    auto field = JsonObject::parse(body).value_or(JsonObject());
+    if (const auto extra = received.raw("extra_data"); extra && field.has("extra_data"))
+        field.setRaw("extra_data", std::string(*extra));
+    return field.toText();
+}
+
 } // namespace
 
 bool isSelectField(std::string_view body) {
@@ -70,12 +79,16 @@ bool isSelectField(std::string_view body) {
     return field && field->text("data_type") == "select";
 }
 
-TranslatedField withOptionIds(ApiHandler& api, std::string_view path, const std::string& body) {
+TranslatedField withOptionIds(ApiHandler& api, std::string_view path, const std::string& body, bool changesExtraData,
+                              const OptionRenames& renames) {
     // Any answer tells which versions the server speaks; old servers tell none.
     const auto usual = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
     if (effectiveStatus(usual) != 200) return {false, effectiveStatus(usual), {}, {}};
     const auto newest = api.dialect().newestVersion();
-    if (!newest || *newest < kFirstWithIds) return {true, 200, body, std::nullopt};
+    if (!newest || *newest < kFirstWithIds) {
+        const auto received = changesExtraData ? std::nullopt : JsonObject::parse(usual.body);
+        return {true, 200, received ? withExtraData(body, *received) : body, std::nullopt};
+    }
 
     const int version = std::min(*newest, kNewestUnderstood);
     auto request = api.request("GET", path, ApiHandler::Accept::No);
@@ -84,13 +97,14 @@ TranslatedField withOptionIds(ApiHandler& api, std::string_view path, const std:
     const auto there = effectiveStatus(answer) == 200 ? JsonObject::parse(answer.body) : std::nullopt;
     auto field = JsonObject::parse(body);
     if (!there || !field) return {false, status::kNotSent, {}, {}};
+    if (!changesExtraData) return {true, 200, withExtraData(body, *there), version};
     auto extra = field->object("extra_data");
     const auto labels = extra ? extra->elements("select_options") : std::nullopt;
     if (!labels) return {true, 200, body, version};
     // A field that becomes a select field with this update has no options yet.
     const auto known = optionsOf(*there);
     if (!known && there->text("data_type") == "select") return {false, status::kNotSent, {}, {}};
-    extra->setRaw("select_options", assignIds(*labels, known.value_or(std::vector<Option>())));
+    extra->setRaw("select_options", assignIds(*labels, known.value_or(std::vector<Option>()), renames));
     field->setRaw("extra_data", extra->toText());
     return {true, 200, field->toText(), version};
 }

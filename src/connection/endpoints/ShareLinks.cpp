@@ -11,7 +11,7 @@ namespace ledgerfinch {
 ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId) {
     const auto now = api.services().clock->now();
     std::vector<PaperlessShareLink> found;
-    const int last = walkPages(api, {"/api/share_links/"}, {}, [&](const HttpResponse& response) {
+    const int last = walkPages(api, {"/api/share_links/"}, {}, [&](const HttpResponse& response, const std::string&) {
         PageStep step{effectiveStatus(response), std::nullopt, {}};
         if (response.status == 401)
             api.log().error("server didn't accept stored token!");

@@ -29,6 +29,7 @@ PreparedWrite prepared(const T& object, std::string_view folder, std::string_vie
     write.id = object.id();
     write.logFormat = logFormat;
     write.delivered = delivered.toText();
+    write.neverDelivered = !object.server_shadow().has_value();
     if (object.context() != nullptr) write.store = object.context()->container().shared_from_this();
     return write;
 }
@@ -36,7 +37,9 @@ PreparedWrite prepared(const T& object, std::string_view folder, std::string_vie
 template <class T>
 PreparedWrite prepared(const T& object, std::string_view folder, std::string_view logFormat,
                        const BodyComposer& composer) {
-    return prepared(object, folder, logFormat, composer.body().toText(), composer.deliveredAfterwards());
+    auto write = prepared(object, folder, logFormat, composer.body().toText(), composer.deliveredAfterwards());
+    write.permissionEdits = composer.permissionEdits();
+    return write;
 }
 
 void addMatching(BodyComposer& body) {
@@ -95,7 +98,10 @@ PreparedWrite prepareUpdate(const CD_Document& document) {
         delivered.remove("created_date");
     else if (const auto created = body.delivered("created"))
         delivered.setRaw("created", *created);
-    return prepared(document, "/api/documents/", "Error updating document %{public}s", body.body().toText(), delivered);
+    auto write =
+        prepared(document, "/api/documents/", "Error updating document %{public}s", body.body().toText(), delivered);
+    write.permissionEdits = body.permissionEdits();
+    return write;
 }
 
 PreparedWrite prepareContentUpdate(const CD_Document& document, const std::string& content) {
@@ -148,7 +154,9 @@ PreparedWrite prepareUpdate(const CD_Custom_Field& field) {
         const auto extra = field.extra_data();
         return extra && json::isValid(*extra) ? *extra : std::string("null");
     });
-    return prepared(field, "/api/custom_fields/", "Error updating custom field %{public}s", body);
+    auto write = prepared(field, "/api/custom_fields/", "Error updating custom field %{public}s", body);
+    write.changesExtraData = body.changed("extra_data");
+    return write;
 }
 
 PreparedWrite prepareUpdate(const CD_Saved_View& view) {

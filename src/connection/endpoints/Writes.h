@@ -2,11 +2,14 @@
 #pragma once
 
 #include "connection/ApiHandler.h"
+#include "connection/endpoints/BodyComposer.h"
 #include "objectstore/ManagedObject.h"
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace ledgerfinch {
 
@@ -36,6 +39,16 @@ struct PreparedWrite {
     std::string delivered;
     /// The store that the object came from: where its repair would be noted.
     std::shared_ptr<PersistentContainer> store;
+    /// No server ever delivered the object: its id means nothing to one. Never sent.
+    bool neverDelivered = false;
+    /// Lists of permissions that were changed while not all of them were delivered: the others are asked for before the
+    /// update is sent.
+    std::vector<PermissionEdit> permissionEdits = {};
+    /// Of a custom field: "extra_data" was changed. Untouched, it goes as the server holds it at the moment of sending.
+    bool changesExtraData = true;
+    /// Of a custom field: options that got another text, from the earlier to the new one. The server knows a document's
+    /// choice by the option, so without this a new text is a new option, and the one that is missing is gone.
+    std::vector<std::pair<std::string, std::string>> renamedOptions = {};
 };
 
 // Inside the object's queue, before it is saved.
@@ -58,7 +71,9 @@ struct WriteAnswer {
     std::string delivered;
     [[nodiscard]] bool accepted() const { return status >= 200 && status < 300; }
 };
-/// Sends it. Unless the server accepts, logs and puts the record on the repair list.
+/// Sends it. From before that until the server has accepted, the record is on the repair list. With status::kNotSent
+/// nothing was sent: the object was never delivered, or lies in the store of another server than the handler's (neither
+/// is noted for repair); or what must go along untouched could not be learnt.
 WriteAnswer send(ApiHandler& api, const PreparedWrite& write);
 
 /// Inside the object's queue: notes what the server now holds. The caller saves. Where an object is saved before its
@@ -73,6 +88,9 @@ int updateCorrespondent(ApiHandler& api, const std::shared_ptr<CD_Correspondent>
 int updateDocumentType(ApiHandler& api, const std::shared_ptr<CD_Document_Type>& type);
 int updateStoragePath(ApiHandler& api, const std::shared_ptr<CD_Storage_Path>& path);
 int updateCustomField(ApiHandler& api, const std::shared_ptr<CD_Custom_Field>& field);
+/// With the options that were renamed, see `PreparedWrite::renamedOptions`.
+int updateCustomField(ApiHandler& api, const std::shared_ptr<CD_Custom_Field>& field,
+                      const std::vector<std::pair<std::string, std::string>>& renamedOptions);
 int updateSavedView(ApiHandler& api, const std::shared_ptr<CD_Saved_View>& view);
 int updateUser(ApiHandler& api, const std::shared_ptr<CD_User>& user);
 int updateGroup(ApiHandler& api, const std::shared_ptr<CD_Group>& group);

@@ -41,6 +41,8 @@ Obtained obtainToken(Services& services, const std::string& address, const std::
     const bool success = response.status >= 200 && response.status < 300;
     if (success && answer.token) return {std::move(*answer.token), std::nullopt};
     if (!success && answer.namesNonFieldErrors) return {{}, ApiError::invalidCredentials()};
+    // What should be a token isn't for the screen.
+    if (success && answer.namesToken) return {{}, ApiError::unexpectedResponse(response.status, {})};
     return {{},
             ApiError::unexpectedResponse(response.status,
                                          text::isValidUtf8(response.body) ? response.body : std::string())};

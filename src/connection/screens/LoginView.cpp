@@ -22,13 +22,20 @@ void LoginView::login() {
     run([this, &machine = services(), &store = core(), withToken, address, typedToken = token().toStdString(),
          name = user().toStdString(), password = pass().toStdString()](Cancellation& cancellation) -> Effect {
         if (!withToken) {
-            auto handler = ApiHandler::login(machine, store, address, name, password, &cancellation);
+            auto handler = ApiHandler::login(machine, store, address, name, password, &cancellation,
+                                             ApiHandler::Activation::Later);
             return [this, address, handler] {
                 finishLogin(address, handler);
             };
         }
         auto refused = ApiHandler::checkToken(machine, address, typedToken, &cancellation);
         if (!refused && !cancellation.isCancelled()) {
+            // The entry first: a server without one would work in the store of offline mode.
+            const auto registered = registerInstance(*machine.defaults, address);
+            if (!registered)
+                return [this, text = QString::fromStdString(registered.error().message)] {
+                    setError(text);
+                };
             const auto saved = KeychainHandler(machine).saveToken(typedToken, address);
             if (!saved) refused = ApiError::secretsUnavailable(saved.error().message);
         }
@@ -38,7 +45,8 @@ void LoginView::login() {
                 setError(text);
             };
         }
-        auto handler = ApiHandler::withToken(machine, store, address, typedToken, &cancellation);
+        auto handler =
+            ApiHandler::withToken(machine, store, address, typedToken, &cancellation, ApiHandler::Activation::Later);
         return [this, address, handler] {
             finishLogin(address, handler);
         };
@@ -58,6 +66,8 @@ void LoginView::finishLogin(const std::string& address, std::shared_ptr<ApiHandl
     }
     setError(QString::fromStdString(outcome));
     if (outcome != "Success") return;
+    // Only now, with its store open: whoever is stopped before is not logged in at all.
+    (void)services().defaults->set("server", address);
     (void)services().defaults->set("useiCloud", false);
     (void)services().defaults->set("offlineMode", false);
     m_loggedIn = true;

@@ -78,9 +78,13 @@ bool ManageInstancesView::removeBesideMainThread(const std::string& address) {
 
     (void)removeCustomHeaders(defaults, target->first);
     KeychainHandler(m_services).removeToken(target->first);
-    (void)changeInstances(defaults, [&](ConnectedInstances& all) { all.instances.erase(target->first); });
-    if (target->second.store != current->second.store && target->second.store != m_core.storeName())
-        emptyStore(target->second.store);
+    // Settings can be edited: a store that isn't this entry's alone holds somebody else's papers.
+    bool mayEmpty = false;
+    (void)changeInstances(defaults, [&](ConnectedInstances& all) {
+        mayEmpty = all.ownsStore(target->first, target->second);
+        all.instances.erase(target->first);
+    });
+    if (mayEmpty && target->second.store != m_core.storeName()) emptyStore(target->second.store);
     return false;
 }
 

@@ -218,8 +218,17 @@ int SyncPass::fetchDocuments() {
     return documents;
 }
 
+/// The older of the setting's and the server's own date; empty when either is. They differ when a switch of the server
+/// was cut off between the two, and the former server's date would skip what changed here.
+std::string SyncPass::lastSync() const {
+    const std::string setting = m_services.defaults->string("lastSuccessfulSync").value_or("");
+    const auto instances = ConnectedInstances::load(*m_services.defaults);
+    const auto* entry = instances.find(m_server);
+    return entry ? std::min(setting, entry->second.lastSuccessfulSync) : setting;
+}
+
 int SyncPass::fetchDocumentsFromServer() {
-    const std::string since = m_services.defaults->string("lastSuccessfulSync").value_or("");
+    const std::string since = lastSync();
     const bool partial = text::compareNumeric(serverVersion(), kPartialSyncFrom) >= 0 && dates::parseDateOnly(since);
     if (!partial || !m_redelivered.empty()) {
         m_log.debug("Doing full sync...");

@@ -20,7 +20,7 @@ namespace ledgerfinch {
 /// Who asks for a pass.
 enum class SyncCaller {
     Screen, ///< a list on screen
-    Intent  ///< a shortcut or the command line: the first answer ends nothing, an unknown version opens no gate
+    Intent  ///< a shortcut: the first answer ends nothing, an unknown version opens no gate
 };
 
 /// What goes on around a pass, on its thread. Either may be empty.
@@ -58,6 +58,7 @@ private:
     /// The status of the documents: 200 only when they came whole and are saved.
     int fetchDocuments();
     int fetchDocumentsFromServer();
+    [[nodiscard]] std::string lastSync() const;
     bool savePending();
     void repair(int documentStatus);
     /// Date and version, into the settings and the server's entry.

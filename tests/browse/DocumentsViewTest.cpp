@@ -177,7 +177,10 @@ TEST_F(DocumentsViewSwitching, ChangesStoreSettingsAndListInOneGoAndSyncsOnce) {
     const auto oldApi = view->apiHandler();
     view->switchToInstance(QString::fromStdString(other.url()));
     ASSERT_TRUE(synced(2, 7));
-    EXPECT_EQ(counts.front(), 0) << "emptied before anything else";
+    // A reload that was queued before the switch may still show the old list; after it was emptied nothing does.
+    const auto emptied = std::find(counts.begin(), counts.end(), 0);
+    ASSERT_NE(emptied, counts.end()) << "emptied before anything else";
+    EXPECT_EQ(std::count(emptied, counts.end(), 120), 0);
     EXPECT_EQ(device.setting("server"), other.url());
     EXPECT_FALSE(view->loggedIn());
     EXPECT_NE(view->apiHandler(), oldApi);

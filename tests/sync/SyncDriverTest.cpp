@@ -22,6 +22,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::IsSupersetOf;
 using ::testing::Not;
+using ::testing::SizeIs;
 using ::testing::StartsWith;
 
 constexpr auto kFullSync = "GET /api/documents/?full_perms=true&order=descending&ordering=-id&page_size=100";
@@ -289,6 +290,15 @@ TEST(SyncDriver, StopsWhenAnotherStoreBecomesTheActiveOne) {
     // The old handler has no business with the new store.
     EXPECT_EQ(device.sync(), SyncOutcome::Stopped);
     EXPECT_THAT(device.ids("CD_Document"), IsEmpty());
+}
+
+TEST(SyncDriver, ADateThatIsNotTheServersOwnIsNotTrusted) {
+    SyncWorld world(3);
+    auto& device = world.device();
+    // A switch that was killed between its steps: this server was never synced, the date is the former server's.
+    (void)device.settings().set("lastSuccessfulSync", "2099-01-01");
+    EXPECT_EQ(device.sync(), SyncOutcome::Finished);
+    EXPECT_THAT(device.ids("CD_Document"), SizeIs(3));
 }
 
 TEST(SyncDriver, NeverSyncsIntoTheStoreOfAnotherServer) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "connection/ApiHandler.h"
+#include "connection/Instances.h"
 #include "platform/LogSinks.h"
 #include "platform/Services.h"
 #include "store/CoreDataHandler.h"
@@ -77,7 +78,11 @@ public:
     [[nodiscard]] FailingFileSystem& files() { return *m_files; }
 
     [[nodiscard]] std::string setting(std::string_view key) { return settings().string(key).value_or(""); }
-    void pretendSynced(std::string_view date) { (void)settings().set("lastSuccessfulSync", date); }
+    /// As if a sync had ended on that day: both the setting and the server's entry tell it.
+    void pretendSynced(std::string_view date) {
+        (void)settings().set("lastSuccessfulSync", date);
+        (void)updateInstance(settings(), setting("server"), std::string(date), std::nullopt);
+    }
     [[nodiscard]] StoreDump dump() { return dumpStore(*m_core->persistenceContainer()); }
     [[nodiscard]] std::vector<std::int64_t> ids(std::string_view entity);
     /// What the mirror holds otherwise than the server.

@@ -11,6 +11,7 @@
 #include "connection/ApiHandler.h"
 #include "connection/Instances.h"
 #include "platform/LogSinks.h"
+#include "platform/Memory.h"
 #include "store/CoreDataHandler.h"
 #include "sync/ChildProcess.h"
 #include "sync/OffMain.h"
@@ -204,6 +205,7 @@ int compare(const std::string& program, bool check) {
 } // namespace ledgerfinch::bench
 
 int main(int argc, char** argv) try {
+    ledgerfinch::keepMemorySmall();
     const QCoreApplication application(argc, argv);
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     if (arguments.size() == 4 && arguments[0] == "--child")

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/CommandLine.h"
 #include "cli/Console.h"
+#include "platform/Memory.h"
 
 #include <QCoreApplication>
 
@@ -11,6 +12,7 @@
 using namespace ledgerfinch;
 
 int main(int count, char** words) {
+    keepMemorySmall();
     const std::vector<std::string> arguments(words + (count > 0 ? 1 : 0), words + count);
     int qtCount = 1;
     QCoreApplication application(qtCount, words);

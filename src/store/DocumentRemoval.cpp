@@ -5,7 +5,6 @@
 #include "store/StoreFolder.h"
 
 #include <algorithm>
-#include <iterator>
 #include <span>
 
 namespace ledgerfinch {
@@ -73,18 +72,15 @@ MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int
     // Sorted rather than hashed: with hundreds of thousands of documents the memory counts.
     std::vector<std::int64_t> known(serverIds);
     std::sort(known.begin(), known.end());
-    const auto stored = readDeliveredDocumentIds(context->container());
-    if (!stored) {
-        m_log.error("error determining outdated documents: %@", stored.error().message);
+    std::vector<std::int64_t> outdated;
+    const auto read = visitDocumentIds(context->container(), [&](std::int64_t id) {
+        if (!std::binary_search(known.begin(), known.end(), id)) outdated.push_back(id);
+    });
+    if (!read) {
+        m_log.error("error determining outdated documents: %@", read.error().message);
         ++outcome.failed;
         return outcome;
     }
-    std::vector<std::int64_t> outdated;
-    std::copy_if(stored->begin(), stored->end(), std::back_inserter(outdated),
-                 [&known](std::int64_t id) { return !std::binary_search(known.begin(), known.end(), id); });
-    // Two documents of one id are found together.
-    std::sort(outdated.begin(), outdated.end());
-    outdated.erase(std::unique(outdated.begin(), outdated.end()), outdated.end());
     for (std::span<const std::int64_t> rest(outdated); !rest.empty();) {
         const auto piece = rest.first(std::min(kPiece, rest.size()));
         rest = rest.subspan(piece.size());

@@ -121,20 +121,16 @@ Result<KnownDocuments> readKnownDocuments(const std::filesystem::path& folder, c
     return known;
 }
 
-Result<std::vector<std::int64_t>> readDeliveredDocumentIds(const PersistentContainer& container) {
+Result<void> visitDocumentIds(const PersistentContainer& container, const std::function<void(std::int64_t)>& visit) {
     const auto database = openForReading(container.file());
     if (!database) return database.error();
     const auto& table = container.model().entity(CD_Document::kEntityName).table;
-    std::vector<std::int64_t> ids;
-    const auto read = query(container.file(), database->get(),
-                            "SELECT " + column("id") + " FROM " + identifier(table) + " WHERE " +
-                                column("server_shadow") + " IS NOT NULL",
-                            [&ids](sqlite3_stmt* statement) {
-                                ids.push_back(sqlite3_column_int64(statement, 0));
-                                return true;
-                            });
-    if (!read) return read.error();
-    return ids;
+    return query(container.file(), database->get(),
+                 "SELECT " + column("id") + " FROM " + identifier(table) + " ORDER BY " + column("id"),
+                 [&visit](sqlite3_stmt* statement) {
+                     visit(sqlite3_column_int64(statement, 0));
+                     return true;
+                 });
 }
 
 } // namespace ledgerfinch

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -29,7 +30,8 @@ struct KnownDocuments {
 Result<KnownDocuments> readKnownDocuments(const std::filesystem::path& folder,
                                           const std::set<std::string>& expected = {});
 
-/// The server ids of all documents that a server delivered, without loading any.
-Result<std::vector<std::int64_t>> readDeliveredDocumentIds(const PersistentContainer& container);
+/// Visits the ids of all documents of a store, those that were never delivered too, ascending. Read from the index
+/// alone, so that a sync of a large store doesn't read every row.
+Result<void> visitDocumentIds(const PersistentContainer& container, const std::function<void(std::int64_t)>& visit);
 
 } // namespace ledgerfinch

@@ -7,6 +7,7 @@
 #include "store/CoreDataHandler.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace ledgerfinch {
@@ -93,7 +94,12 @@ std::optional<std::vector<std::int64_t>> idsOnServer(Pass pass) {
     }
     if (!isPlausible(*pass.all, pass.count)) return std::nullopt;
     // Documents may come and go while the pages are read: what a page brought is there as well.
-    pass.all->insert(pass.all->end(), pass.ids.begin(), pass.ids.end());
+    // Only the few that the list lacks are added, since the lists of a large server are long.
+    auto& all = *pass.all;
+    std::sort(all.begin(), all.end());
+    std::vector<std::int64_t> unlisted;
+    std::set_difference(pass.ids.begin(), pass.ids.end(), all.begin(), all.end(), std::back_inserter(unlisted));
+    all.insert(all.end(), unlisted.begin(), unlisted.end());
     return std::move(pass.all);
 }
 

@@ -184,7 +184,7 @@ public:
         if (sqlite3_open_v2(file.c_str(), &m_handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr) != SQLITE_OK)
             std::abort();
         run("PRAGMA synchronous=NORMAL;PRAGMA foreign_keys=ON;PRAGMA cache_size=-4096;PRAGMA temp_store=MEMORY");
-        sqlite3_wal_autocheckpoint(m_handle, 20'000);
+        sqlite3_wal_autocheckpoint(m_handle, 4'000);
     }
     ~Bare() {
         for (auto* statement : m_statements)

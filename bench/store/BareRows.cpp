@@ -112,7 +112,7 @@ std::size_t BareRows::rowsOfDocuments() const {
 Seconds BareRows::writeInto(const std::filesystem::path& emptyStore) const {
     sqlite3* database = open(emptyStore);
     for (const char* setting : {"PRAGMA cache_size=-4096", "PRAGMA temp_store=MEMORY", "PRAGMA synchronous=NORMAL",
-                                "PRAGMA foreign_keys=ON", "PRAGMA wal_autocheckpoint=20000"})
+                                "PRAGMA foreign_keys=ON", "PRAGMA wal_autocheckpoint=4000"})
         check(sqlite3_exec(database, setting, nullptr, nullptr, nullptr), database);
     std::vector<sqlite3_stmt*> inserts;
     for (std::size_t index = 0; index < m_tables.size(); ++index) {

@@ -91,7 +91,7 @@ public:
         : m_source(store, SQLITE_OPEN_READONLY), m_target(target, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) {
         // Without foreign keys: groups and correspondents refer to each other, and nothing is as bare as that.
         m_target.execute("PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-4096; "
-                         "PRAGMA foreign_keys=ON; PRAGMA temp_store=MEMORY; PRAGMA wal_autocheckpoint=20000");
+                         "PRAGMA foreign_keys=ON; PRAGMA temp_store=MEMORY; PRAGMA wal_autocheckpoint=4000");
         copySchema();
         for (const Entity& entity : m_model.entities()) {
             read(entity.table);

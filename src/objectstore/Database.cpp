@@ -142,9 +142,10 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
     sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
     if (mode == OpenMode::ReadOnly) sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
-    sqlite3_wal_autocheckpoint(handle, 20'000);
+    // 16 MB: nearly as quick as a longer log, and a small disk doesn't fill up with it.
+    sqlite3_wal_autocheckpoint(handle, 4'000);
 
-    std::string settings = "PRAGMA cache_size=-4096;PRAGMA temp_store=MEMORY;";
+    std::string settings = "PRAGMA cache_size=-4096;PRAGMA temp_store=MEMORY;PRAGMA journal_size_limit=16777216;";
     settings += durability == Durability::Full ? "PRAGMA synchronous=FULL;" : "PRAGMA synchronous=NORMAL;";
     if (const int code = database->execute(settings.c_str()); code != SQLITE_OK)
         return makeError(code, handle, "opening " + file.filename().string());

@@ -144,6 +144,9 @@ public:
     /// Deletes the documents that aren't among the ids, and then their files. Only for a delivered list of all ids.
     /// Documents that were added on this device and never delivered stay.
     MergeOutcome removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds, ContextRef context = nullptr);
+    /// Which of the ids no document here has, ascending.
+    [[nodiscard]] std::vector<std::int64_t> missingDocuments(const std::vector<std::int64_t>& serverIds,
+                                                             ContextRef context = nullptr);
     /// Does nothing for a document without uuid. False when the deletion could not be saved (it is then rolled back).
     bool deleteDocument(const Ref<CD_Document>& document, ContextRef context = nullptr);
     bool deleteObject(const ObjectID& id, ContextRef context = nullptr);

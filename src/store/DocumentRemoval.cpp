@@ -92,6 +92,29 @@ MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int
     return outcome;
 }
 
+std::vector<std::int64_t> CoreDataHandler::missingDocuments(const std::vector<std::int64_t>& serverIds,
+                                                            ContextRef context) {
+    context = contextOrView(std::move(context));
+    std::vector<std::int64_t> missing(serverIds);
+    std::sort(missing.begin(), missing.end());
+    missing.erase(std::unique(missing.begin(), missing.end()), missing.end());
+    std::size_t next = 0; // both sides ascend
+    std::size_t kept = 0;
+    const auto read = visitDocumentIds(context->container(), [&](std::int64_t id) {
+        while (next < missing.size() && missing[next] < id)
+            missing[kept++] = missing[next++];
+        if (next < missing.size() && missing[next] == id) ++next;
+    });
+    if (!read) {
+        m_log.error("error determining missing documents: %@", read.error().message);
+        return {};
+    }
+    while (next < missing.size())
+        missing[kept++] = missing[next++];
+    missing.resize(kept);
+    return missing;
+}
+
 bool CoreDataHandler::deleteDocument(const Ref<CD_Document>& document, ContextRef context) {
     if (!document) return false;
     context = contextOrView(std::move(context));

@@ -27,7 +27,7 @@ struct SyncObserver {
 /// How a pass ended.
 enum class SyncOutcome {
     Finished,      ///< the documents came whole; the next pass may ask for what changed since
-    Incomplete,    ///< it ran to its end, but the documents did not come whole
+    Incomplete,    ///< it ran to its end, but a list or the documents did not come whole
     Offline,       ///< offline mode: nobody was asked
     NoAnswer,      ///< the server did not answer the first request
     TokenRefused,  ///< it ran to its end with a token that the server doesn't take

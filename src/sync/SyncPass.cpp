@@ -116,7 +116,7 @@ SyncOutcome SyncPass::runLocked() {
     repair(documents);
     if (mustStop()) return SyncOutcome::Stopped;
     if (m_refused) return SyncOutcome::TokenRefused;
-    return documents == 200 ? SyncOutcome::Finished : SyncOutcome::Incomplete;
+    return documents == 200 && !m_listsFailed ? SyncOutcome::Finished : SyncOutcome::Incomplete;
 }
 
 bool SyncPass::capture() {
@@ -173,6 +173,8 @@ int SyncPass::fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::str
         whole = false;
     };
     const int status = fetch(*m_api, quietly);
+    // Some accounts may not list users and groups; that is no failure of the pass.
+    if (status != 403 && (status != 200 || !whole)) m_listsFailed = true;
     // With a refused token no document comes either.
     if (status != status::kStopped && status != 401) noteDelivery(entity, status == 200 && whole);
     return status;

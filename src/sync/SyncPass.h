@@ -82,6 +82,7 @@ private:
     std::string m_today; ///< the day the pass began
     bool m_refused = false;
     std::vector<std::string> m_redelivered; ///< lists that failed in an earlier pass and came in this one
+    bool m_listsFailed = false;             ///< one of the attribute lists did not come whole
     bool m_notesFailed = false;             ///< what failed could not be noted
 };
 

@@ -26,6 +26,7 @@ int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record,
     std::vector<Record> records;
     bool delivered = false;
     bool whole = true;
+    std::optional<std::int64_t> count;
     const int last = walkPages(api, family.walk, options, [&](const HttpResponse& response, const std::string&) {
         PageStep step{effectiveStatus(response), std::nullopt, {}};
         if (response.status == 401)
@@ -35,6 +36,7 @@ int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record,
         if (step.status != 200) return step;
         Page page = family.decode(response.body, api.decodeContext());
         whole = whole && page.decoded && page.hasResults;
+        if (page.count) count = page.count;
         if (page.results) {
             delivered = true;
             records.insert(records.end(), std::make_move_iterator(page.results->begin()),
@@ -45,6 +47,8 @@ int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record,
     });
     if (last != 200) return last;
     if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    // A list that is shorter than it says itself proves nothing about what is missing in it.
+    if (count && static_cast<std::int64_t>(records.size()) < *count) whole = false;
     const auto delivery = !delivered ? Delivery::Absent : whole ? Delivery::Complete : Delivery::Partial;
     const auto outcome = (api.core().*family.save)(records, delivery, options.context);
     if (options.incomplete && (delivery != Delivery::Complete || !outcome.complete())) options.incomplete();

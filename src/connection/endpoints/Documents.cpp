@@ -149,14 +149,35 @@ DocumentCount fetchDocumentCount(ApiHandler& api) {
     return answer;
 }
 
+namespace {
+
+// More than this many are quicker fetched in pages.
+constexpr std::size_t kFewDocuments = 100;
+
+/// Documents that the server names and the store lacks: the store was lost, or they were hidden from this account and
+/// are shown again. Neither moves their `modified`.
+int fetchMissingDocuments(ApiHandler& api, const std::vector<std::int64_t>& there, const FetchOptions& options) {
+    const auto missing = api.core().missingDocuments(there, options.context);
+    if (missing.size() > kFewDocuments) return fetchAllDocuments(api, options);
+    for (const auto id : missing) {
+        if (options.shouldStop && options.shouldStop()) return status::kStopped;
+        const int status = fetchDocument(api, id, options.context);
+        if (status != 200 && status != 404) return status;
+    }
+    return 200;
+}
+
+} // namespace
+
 int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
     if (options.shouldStop && options.shouldStop()) return status::kStopped;
     const auto answer = fetchDocumentCount(api);
     if (answer.status != 200) return answer.status;
     if (options.shouldStop && options.shouldStop()) return status::kStopped;
-    if (answer.all) api.core().removeOutdatedDocuments(*answer.all, options.context);
-    return answer.status;
+    if (!answer.all) return answer.status;
+    api.core().removeOutdatedDocuments(*answer.all, options.context);
+    return fetchMissingDocuments(api, *answer.all, options);
 }
 
 int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,

@@ -29,8 +29,8 @@ struct DocumentCount {
 };
 DocumentCount fetchDocumentCount(ApiHandler& api);
 
-/// Removes the documents that the server no longer names. The status of the question; nothing is removed unless it is
-/// 200 and the answer names the ids.
+/// Removes the documents that the server no longer names, and fetches those that it names and the store lacks. Nothing
+/// is removed unless the status is 200 and the answer names the ids; the status of the last answer.
 int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& options);
 
 /// One document, merged: by the rules of a sync, or with the server's word counting in everything

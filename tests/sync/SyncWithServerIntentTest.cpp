@@ -58,7 +58,7 @@ TEST(SyncWithServerIntent, TheFirstAnswerEndsNothing) {
     world.server().faults().onPath("/api/groups/", Fault::dropConnection());
     const auto outcome = perform(device);
     ASSERT_TRUE(outcome);
-    EXPECT_EQ(*outcome, SyncOutcome::Finished);
+    EXPECT_EQ(*outcome, SyncOutcome::Incomplete);
     EXPECT_EQ(device.ids("CD_Document").size(), 3U);
 }
 

@@ -19,7 +19,7 @@ class ManagedObjectContext;
 /// After its context is gone every read answers as then, every write is dropped.
 class ManagedObject : public std::enable_shared_from_this<ManagedObject> {
 public:
-    ManagedObject() = default;
+    ManagedObject();
     virtual ~ManagedObject();
     ManagedObject(const ManagedObject&) = delete;
     ManagedObject& operator=(const ManagedObject&) = delete;

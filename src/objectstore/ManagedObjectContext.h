@@ -80,6 +80,14 @@ public:
     Ref<T> firstWithID(std::int64_t id) {
         return std::static_pointer_cast<T>(firstWithID(T::kEntityName, id));
     }
+    /// The same for callers to whom "none" and "the store failed" differ: null means that there is none.
+    Result<Ref<ManagedObject>> findWithID(std::string_view entityName, std::int64_t id);
+    template <class T>
+    Result<Ref<T>> findWithID(std::int64_t id) {
+        auto found = findWithID(T::kEntityName, id);
+        if (!found) return found.error();
+        return std::static_pointer_cast<T>(std::move(*found));
+    }
 
     /// The object with this id, as a fault if it isn't loaded; null for an id of another store. Doesn't look whether
     /// the row exists.

@@ -62,6 +62,9 @@ public:
     /// After another process changed the store (noticed by processRemoteChanges); on the thread that noticed.
     [[nodiscard]] Subscription onRemoteChange(std::function<void()> callback);
 
+    /// Everything committed until now is on the disk when it returns, whatever the store's durability.
+    Result<void> makeDurable();
+
     /// A whole, consistent copy while others read and write.
     Result<void> backup(const std::filesystem::path& target);
     /// SQLite's own integrity and foreign key check; for tests and diagnostics. Proportional to the store.

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "records/DecodeReport.h"
 
+#include "records/JsonReader.h"
+#include "records/JsonWriter.h"
+
 namespace ledgerfinch::decoding {
 
 void mendNext(std::optional<std::string>& next, const DecodeContext& context) {
@@ -12,7 +15,33 @@ void mendNext(std::optional<std::string>& next, const DecodeContext& context) {
 }
 
 void print(const DecodeContext& context, std::string_view message, const Failure& failure) {
-    if (context.console) context.console->error("%{public}s%{public}s", message, failure.describe());
+    if (!context.console) return;
+    if (failure.value.empty())
+        context.console->error("%{public}s%{public}s", message, failure.describe());
+    else
+        context.console->error("%{public}s%{public}s%{private}s%{public}s", message, failure.beforeValue(),
+                               failure.value, failure.afterValue());
+}
+
+std::string withoutOvertakenMembers(std::string_view text, int levels) {
+    const std::size_t start = text.find_first_of("{[");
+    // A scalar, or deeper than any record goes.
+    if (start == std::string_view::npos || levels == 0 || text.starts_with('"')) return std::string(text);
+    JsonWriter writer;
+    if (text[start] == '{') {
+        const auto object = JsonObject::parse(text);
+        if (!object) return std::string(text);
+        writer.beginObject();
+        for (const auto& [name, value] : object->members())
+            writer.rawMember(name, withoutOvertakenMembers(value, levels - 1));
+        return writer.endObject().take();
+    }
+    const auto elements = json::elements(text);
+    if (!elements) return std::string(text);
+    writer.beginArray();
+    for (const std::string& element : *elements)
+        writer.raw(withoutOvertakenMembers(element, levels - 1));
+    return writer.endArray().take();
 }
 
 } // namespace ledgerfinch::decoding

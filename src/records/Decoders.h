@@ -20,17 +20,20 @@ namespace ledgerfinch {
 
 /// What a decoder needs besides the body.
 struct DecodeContext {
-    /// Where the line of a failed decode goes; may be null. The line names keys and positions, never values.
+    /// Where the line of a failed decode goes; may be null. The line names keys and positions; a value
+    /// that a failure quotes, such as a date that is none, is private in it.
     const Logger* console = nullptr;
     /// The setting "server". When it holds "https", every "http://" in a page's `next` becomes "https://".
     std::string serverSetting;
 };
 
 // All decoders are safe on any thread and on any bytes: bodies that aren't UTF-8 and lone surrogates read as U+FFFD. A
-// wrong type in one field fails the record, a failing record fails its page. Unknown keys are skipped, of a key that
-// comes twice the last counts.
+// wrong type in one field fails the record, a failing record fails its page. Unknown keys are skipped. Of a key that
+// comes twice the last counts, whatever the first held; `raw` of a body that needed that has lost the spaces inside its
+// values.
 
-/// The error's message says what failed and where. The caller prints it.
+/// The error's message says what failed and where, and quotes nothing of the body: the dates of documents are plain
+/// texts here. The caller prints it.
 Result<Documents> decodeDocuments(std::string_view body, const DecodeContext& context);
 std::optional<Document> decodeDocument(std::string_view body, const DecodeContext& context);
 

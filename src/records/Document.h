@@ -13,13 +13,17 @@
 
 namespace ledgerfinch {
 
-/// Why a custom field value could not be read.
-enum class Custom_Field_Error { missingValue };
-
 /// The value of a custom field as the wire tells it apart: text, truth value, number (32 bit: integers above 16777216
 /// lose digits; `Document::raw` keeps them) or list of document ids.
 struct Field_Value {
+    /// Why a value could not be read.
+    enum class Custom_Field_Error { missingValue };
+    /// In the order of the alternatives of `value`.
+    enum class Case { string, boolean, float_, docLink };
+
     std::variant<std::string, bool, float, std::vector<std::int64_t>> value;
+
+    [[nodiscard]] Case kind() const { return static_cast<Case>(value.index()); }
 
     static Field_Value makeString(std::string text) { return {std::move(text)}; }
     static Field_Value makeBoolean(bool flag) { return {flag}; }

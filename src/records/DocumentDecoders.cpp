@@ -23,6 +23,14 @@ bool readFloat(Cursor& cursor, Value& value, float& out) {
     return true;
 }
 
+bool fail(Cursor& cursor, Field_Value::Custom_Field_Error error) {
+    switch (error) {
+    case Field_Value::Custom_Field_Error::missingValue:
+        return cursor.fail("missingValue");
+    }
+    return false;
+}
+
 } // namespace
 
 /// Text, truth value, number, list of integers: the first that fits. Anything else has no value.
@@ -36,12 +44,16 @@ bool read(Cursor& cursor, Value& value, Field_Value& out) {
         return read(cursor, value, out.value.emplace<bool>());
     case simdjson::ondemand::json_type::number:
         return readFloat(cursor, value, out.value.emplace<float>());
-    case simdjson::ondemand::json_type::array:
+    case simdjson::ondemand::json_type::array: {
+        const std::string_view token = value.raw_json_token();
         if (read(cursor, value, out.value.emplace<std::vector<std::int64_t>>())) return true;
-        return cursor.fail("missingValue");
-    default:
-        return cursor.fail("missingValue");
+        cursor.at(token); // the list is at fault, not the element where that showed
+        break;
     }
+    default:
+        break;
+    }
+    return fail(cursor, Field_Value::Custom_Field_Error::missingValue);
 }
 
 template <>

@@ -52,7 +52,7 @@ private:
 };
 
 Failure failureOf(simdjson::error_code code) {
-    return {.path = {}, .reason = simdjson::error_message(code), .offset = 0};
+    return {.path = {}, .reason = simdjson::error_message(code), .value = {}, .offset = 0};
 }
 
 /// Absent: no failure. Otherwise the parser's own code, SUCCESS when it was the reader that failed.
@@ -74,14 +74,19 @@ Attempt attempt(Workspace& workspace, std::string_view body, const std::function
 
 } // namespace
 
-std::string Failure::describe() const {
-    const std::string position = " (byte " + std::to_string(offset) + ")";
-    return path.empty() ? reason + position : path + ": " + reason + position;
+std::string Failure::beforeValue() const {
+    return path.empty() ? reason : path + ": " + reason;
 }
 
-bool Cursor::fail(std::string reason) {
-    m_failure.reason = std::move(reason);
-    m_failure.offset = m_position ? static_cast<std::size_t>(m_position - m_begin) : 0;
+std::string Failure::afterValue() const {
+    return " (byte " + std::to_string(offset) + ")";
+}
+
+bool Cursor::fail(std::string reason, std::string_view value) {
+    m_failure = {.path = {},
+                 .reason = std::move(reason),
+                 .value = std::string(value),
+                 .offset = m_position ? static_cast<std::size_t>(m_position - m_begin) : 0};
     return false;
 }
 

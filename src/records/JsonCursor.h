@@ -20,14 +20,19 @@ namespace ledgerfinch::decoding {
 
 using Value = simdjson::ondemand::value;
 
-/// Where and why a decode failed. Holds names of known keys, positions and reasons, no values.
+/// Where and why a decode failed. Only `value` holds something that the body brought; the rest is fit for a log line.
 struct Failure {
-    std::string path; ///< "results[3].title"; empty for the body itself
-    std::string reason;
+    std::string path;       ///< "results[3].title"; empty for the body itself
+    std::string reason;     ///< names the fault
+    std::string value;      ///< what the reason is about, where it ends with it; mostly empty
     std::size_t offset = 0; ///< byte of the body
 
-    /// One sentence for a log line.
-    [[nodiscard]] std::string describe() const;
+    /// Path and reason, up to where the value stands.
+    [[nodiscard]] std::string beforeValue() const;
+    /// The position, from behind the value.
+    [[nodiscard]] std::string afterValue() const;
+    /// All of it, the value too: for the caller's error, not for a log line.
+    [[nodiscard]] std::string describe() const { return beforeValue() + value + afterValue(); }
 };
 
 [[nodiscard]] inline std::string_view withoutTrailingSpace(std::string_view token) {
@@ -46,12 +51,13 @@ public:
 
     [[nodiscard]] simdjson::ondemand::document& document() { return m_document; }
 
-    bool fail(std::string reason);
+    /// Notes the failure of the value in hand, in place of one noted before.
+    [[gnu::cold]] bool fail(std::string reason, std::string_view value = {});
     /// A wrong type is told as "<expected> was expected", everything else by the library's words.
-    bool fail(simdjson::error_code code, const char* expected);
+    [[gnu::cold]] bool fail(simdjson::error_code code, const char* expected);
     /// Called on the way out: puts a key or an index before the path. Always false.
-    bool failedIn(std::string_view name);
-    bool failedAt(std::size_t index);
+    [[gnu::cold]] bool failedIn(std::string_view name);
+    [[gnu::cold]] bool failedAt(std::size_t index);
 
     /// Notes where a value starts, for the position of a failure.
     void at(Value& value) { at(value.raw_json_token()); }

@@ -5,6 +5,8 @@
 #include "records/RecordReader.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <numeric>
 
 namespace ledgerfinch {
 namespace {
@@ -21,6 +23,45 @@ std::optional<T> readFragment(std::string_view fragment) {
     std::vector<T> values;
     if (decoding::decodeBody(list, values) || values.size() != 1) return std::nullopt;
     return std::move(values.front());
+}
+
+using MemberTexts = std::vector<std::pair<std::string, std::string>>;
+
+/// Cheaper than sorting for the objects that records keep.
+bool isSmallWithoutDoubles(const MemberTexts& members) {
+    constexpr std::size_t kSmall = 16;
+    if (members.size() > kSmall) return false;
+    for (std::size_t i = 1; i < members.size(); ++i)
+        for (std::size_t j = 0; j < i; ++j)
+            if (members[i].first == members[j].first) return false;
+    return true;
+}
+
+/// Where a name comes twice, its last value moves to its first place and the others go.
+void keepLastOfEach(MemberTexts& members) {
+    if (isSmallWithoutDoubles(members)) return;
+    std::vector<std::size_t> order(members.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return members[a].first < members[b].first; });
+    std::vector<bool> overtaken(members.size());
+    bool any = false;
+    for (std::size_t i = 1, first = 0; i < order.size(); ++i) {
+        if (members[order[i]].first != members[order[first]].first) {
+            first = i;
+            continue;
+        }
+        members[order[first]].second = std::move(members[order[i]].second);
+        overtaken[order[i]] = any = true;
+    }
+    if (!any) return;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < members.size(); ++i) {
+        if (overtaken[i]) continue;
+        if (kept != i) members[kept] = std::move(members[i]);
+        ++kept;
+    }
+    members.resize(kept);
 }
 
 /// A value that is only checked.
@@ -55,14 +96,15 @@ std::optional<JsonObject> JsonObject::parse(std::string_view text) {
             std::string_view key;
             if (!cursor.key(field, key)) return false;
             Value value = field.value();
-            const std::string name(key);
+            std::string name(key);
             const std::string_view token = value.raw_json_token();
             if (!cursor.skip(value)) return false;
-            result.setRaw(name, cursor.bytesAfterReading(token));
+            result.m_members.emplace_back(std::move(name), cursor.bytesAfterReading(token));
         }
         return true;
     });
     if (failure) return std::nullopt;
+    keepLastOfEach(result.m_members);
     return result;
 }
 

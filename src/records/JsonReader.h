@@ -15,7 +15,8 @@ namespace ledgerfinch {
 class JsonObject {
 public:
     JsonObject() = default;
-    /// Absent when the text isn't one JSON object. Of a name that comes twice the last counts.
+    /// Absent when the text isn't one JSON object. Of a name that comes twice the last value
+    /// counts, at the place of the first.
     [[nodiscard]] static std::optional<JsonObject> parse(std::string_view text);
 
     [[nodiscard]] bool has(std::string_view name) const { return raw(name).has_value(); }

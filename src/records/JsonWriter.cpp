@@ -116,7 +116,13 @@ JsonWriter& JsonWriter::string(std::string_view text) {
     return *this;
 }
 
-JsonWriter& JsonWriter::integer(std::int64_t number) {
+JsonWriter& JsonWriter::signedInteger(std::int64_t number) {
+    beforeValue();
+    appendNumber(m_text, number);
+    return *this;
+}
+
+JsonWriter& JsonWriter::unsignedInteger(std::uint64_t number) {
     beforeValue();
     appendNumber(m_text, number);
     return *this;

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 namespace ledgerfinch {
@@ -22,7 +23,13 @@ public:
 
     /// UTF-8; bytes that don't belong become U+FFFD, control characters are escaped.
     JsonWriter& string(std::string_view text);
-    JsonWriter& integer(std::int64_t number);
+    template <std::integral Integer>
+    requires(!std::same_as<Integer, bool>) JsonWriter& integer(Integer number) {
+        if constexpr (std::is_signed_v<Integer>)
+            return signedInteger(number);
+        else
+            return unsignedInteger(number);
+    }
     /// The shortest text that reads back as the same number; null for a number that isn't finite.
     JsonWriter& number(double number);
     JsonWriter& number(float number);
@@ -36,9 +43,7 @@ public:
     JsonWriter& value(const char* text) { return string(text); }
     JsonWriter& value(std::same_as<bool> auto flag) { return boolean(flag); }
     template <std::integral Integer>
-    requires(!std::same_as<Integer, bool>) JsonWriter& value(Integer number) {
-        return integer(static_cast<std::int64_t>(number));
-    }
+    requires(!std::same_as<Integer, bool>) JsonWriter& value(Integer number) { return integer(number); }
     JsonWriter& value(std::floating_point auto number) { return this->number(number); }
     JsonWriter& value(std::nullopt_t) { return null(); }
     /// Null when empty.
@@ -67,6 +72,8 @@ public:
 
 private:
     void beforeValue();
+    JsonWriter& signedInteger(std::int64_t number);
+    JsonWriter& unsignedInteger(std::uint64_t number);
 
     std::string m_text;
     int m_depth = 0;

@@ -25,9 +25,11 @@ constexpr std::array<std::pair<Data_Type, std::string_view>, 9> kDataTypes{{
 
 /// The text without its last character (one code point of UTF-8), which must not be a line break. Absent without one.
 std::optional<std::string_view> withoutLastCharacter(std::string_view text) {
+    for (const std::string_view lineBreak : {"\n", "\v", "\f", "\r", "\u0085", "\u2028", "\u2029"})
+        if (text.ends_with(lineBreak)) return std::nullopt;
     while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0) == 0x80)
         text.remove_suffix(1);
-    if (text.empty() || text.back() == '\n' || text.back() == '\r') return std::nullopt;
+    if (text.empty()) return std::nullopt;
     text.remove_suffix(1);
     return text;
 }
@@ -56,7 +58,8 @@ PaperlessTaskStatus PaperlessTaskStatus::fromText(std::string_view text) {
 }
 
 std::optional<std::int64_t> docIDFromResult(std::string_view result) {
-    // "Success", any character, then the words around the number.
+    // The first match of "Success. New document id (?<docID>\d+) created", whose first "." is any character but a line
+    // break and whose digits are those of ASCII.
     static constexpr std::string_view kBefore = " New document id ";
     static constexpr std::string_view kAfter = " created";
     for (auto at = result.find(kBefore); at != std::string_view::npos; at = result.find(kBefore, at + 1)) {

@@ -78,6 +78,8 @@ inline constexpr bool isOptional<std::optional<T>> = true;
 
 template <auto Pointer, class Record>
 bool readMember(Cursor& cursor, Value& value, Record& record) {
+    using Field = std::remove_cvref_t<decltype(record.*Pointer)>;
+    if constexpr (Described<Field>) record.*Pointer = Field{}; // nothing stays of an earlier member of the name
     return read(cursor, value, record.*Pointer);
 }
 

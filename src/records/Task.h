@@ -35,8 +35,9 @@ struct PaperlessTask {
     std::optional<std::string> related_document;
 };
 
-/// The id in "Success. New document id 253 created", wherever it stands in the text. Absent without one, or when the
-/// number doesn't fit.
+/// The group "docID" of the first match of the pattern "Success. New document id (?<docID>\d+) created" anywhere in the
+/// text: 253 of "Success. New document id 253 created". The "." of the pattern is any character but a line break.
+/// Absent without a match, or when the number doesn't fit.
 [[nodiscard]] std::optional<std::int64_t> docIDFromResult(std::string_view result);
 
 } // namespace ledgerfinch

@@ -81,18 +81,25 @@ inline constexpr SettingKey<NotificationSetupSteps> notificationSetupStage{"noti
 /// The key of the user's id on one server: the handler's normalised address and "currentUserId". 0 when unknown.
 [[nodiscard]] std::string currentUserIdKey(std::string_view normalizedServer);
 
-/// The stored value, or the default when the key was never written, holds another type or a text that names no case.
-/// The default is not stored by reading.
+// What a settings file holds may have been written by hand, with another type than the program writes.
+
+/// The stored text; the digits of a stored integer, "true" or "false" of a stored truth value.
+[[nodiscard]] std::optional<std::string> storedText(const UserDefaults& defaults, std::string_view name);
+/// The stored truth value; also of the integers 0 and 1 and of the texts "YES", "NO", "true" and "false".
+[[nodiscard]] std::optional<bool> storedBoolean(const UserDefaults& defaults, std::string_view name);
+
+/// The stored value, or the default when the key was never written, holds a type that can't be read as the asked one
+/// or a text that names no case. The default is not stored by reading.
 template <class T>
 [[nodiscard]] T read(const UserDefaults& defaults, const SettingKey<T>& key) {
     if constexpr (std::same_as<T, std::string>) {
-        return defaults.string(key.name).value_or(std::string(key.defaultValue));
+        return storedText(defaults, key.name).value_or(std::string(key.defaultValue));
     } else if constexpr (std::same_as<T, bool>) {
-        return defaults.boolean(key.name).value_or(key.defaultValue);
+        return storedBoolean(defaults, key.name).value_or(key.defaultValue);
     } else if constexpr (std::same_as<T, std::int64_t>) {
         return defaults.integer(key.name).value_or(key.defaultValue);
     } else if constexpr (std::same_as<T, std::optional<std::string>>) {
-        auto stored = defaults.string(key.name);
+        auto stored = storedText(defaults, key.name);
         return stored ? stored : key.defaultValue;
     } else {
         const auto stored = defaults.string(key.name);

@@ -164,12 +164,12 @@ const Description* find(std::string_view name) {
 
 std::string displayText(const UserDefaults& defaults, const Description& setting) {
     if (setting.access == Access::secret) {
-        const auto stored = defaults.string(setting.name);
+        const auto stored = storedText(defaults, setting.name);
         return stored && !stored->empty() ? "<private>" : "";
     }
     switch (setting.kind) {
     case Kind::boolean: {
-        const auto stored = defaults.boolean(setting.name);
+        const auto stored = storedBoolean(defaults, setting.name);
         if (!stored) return setting.defaultText;
         return *stored ? "true" : "false";
     }
@@ -186,7 +186,7 @@ std::string displayText(const UserDefaults& defaults, const Description& setting
     case Kind::text:
         break;
     }
-    return defaults.string(setting.name).value_or(setting.defaultText);
+    return storedText(defaults, setting.name).value_or(setting.defaultText);
 }
 
 Result<void> setFromText(UserDefaults& defaults, std::string_view name, std::string_view text) {

@@ -155,8 +155,18 @@ TEST(DecodeDocument, IntegersReachBothEndsOf64BitsAndMayBeWrittenWithAFraction) 
     EXPECT_EQ(idOf("-9223372036854775808"), std::numeric_limits<std::int64_t>::min());
     EXPECT_EQ(idOf("1.0"), 1);
     EXPECT_EQ(idOf("-2e3"), -2000);
+    EXPECT_EQ(idOf("9007199254740993.0"), 9007199254740993);
+    EXPECT_EQ(idOf("9223372036854775807.0"), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(idOf("-9.223372036854775808E+18"), std::numeric_limits<std::int64_t>::min());
+    EXPECT_EQ(idOf("12.50e1"), 125);
+    EXPECT_EQ(idOf("1200e-2"), 12);
+    EXPECT_EQ(idOf("-0.0"), 0);
+    EXPECT_EQ(idOf("0e99999999999999999999"), 0);
+    EXPECT_EQ(idOf("1" + std::string(400, '0') + "e-400"), 1);
     for (const char* bad :
-         {"9223372036854775808", "-9223372036854775809", "1.5", "1e19", "1e400", "01", "1x", "+1", "-"})
+         {"9223372036854775808", "-9223372036854775809", "9223372036854775808.0", "9223372036854775807.5", "1.5",
+          "1.00000000000000000001", "125e-2", "1e-400", "1e-99999999999999999999", "1e19", "1e400",
+          "1e99999999999999999999", "01", "01.0", "1.", "1e", "1x", "+1", "-"})
         EXPECT_EQ(idOf(bad), std::nullopt) << bad;
 }
 
@@ -166,16 +176,23 @@ TEST(DecodeDocument, FieldValuesAreTextTruthNumberOrListInThisOrder) {
     EXPECT_EQ(*fieldOf("true")->value->asBoolean(), true);
     EXPECT_EQ(*fieldOf("17")->value->asFloat(), 17.0f);
     EXPECT_EQ(*fieldOf("-0.5")->value->asFloat(), -0.5f);
+    EXPECT_EQ(fieldOf("\"\"")->value->kind(), Field_Value::Case::string);
+    EXPECT_EQ(fieldOf("false")->value->kind(), Field_Value::Case::boolean);
+    EXPECT_EQ(fieldOf("0")->value->kind(), Field_Value::Case::float_);
+    EXPECT_EQ(fieldOf("[0]")->value->kind(), Field_Value::Case::docLink);
     EXPECT_EQ(*fieldOf("16777217")->value->asFloat(), 16777216.0f);
     EXPECT_EQ(*fieldOf("[3,1]")->value->asDocLink(), (std::vector<std::int64_t>{3, 1}));
     EXPECT_TRUE(fieldOf("[]")->value->asDocLink()->empty());
     EXPECT_EQ(fieldOf("null")->value, std::nullopt);
     for (const char* bad : {"{}", R"({"a":1})", "[1.5]", R"(["a"])", "[null]", "[[1]]", "tru"})
         EXPECT_EQ(fieldOf(bad), std::nullopt) << bad;
-    Console console;
-    decodeDocument(R"({"id":1,"title":"t","custom_fields":[{"value":{},"field":4}]})", console.context);
-    EXPECT_EQ(console.onlyLine(),
-              "enountered an error while decoding document: custom_fields[0].value: missingValue (byte 46)");
+    for (const char* bad : {"{}", "[7,null]", R"([[{"a":1}]])"}) {
+        Console console;
+        decodeDocument(R"({"id":1,"title":"t","custom_fields":[{"value":)" + std::string(bad) + R"(,"field":4}]})",
+                       console.context);
+        EXPECT_EQ(console.onlyLine(),
+                  "enountered an error while decoding document: custom_fields[0].value: missingValue (byte 46)");
+    }
 }
 
 TEST(DecodeDocument, ANumberBeyond32BitsIsTheLargestOne) {
@@ -194,6 +211,30 @@ TEST(DecodeDocument, TheLastOfTwoEqualKeysCounts) {
     EXPECT_EQ(document.title, "b");
     EXPECT_EQ(document.tags, std::nullopt);
     EXPECT_EQ(document.raw, R"({"title":"b","tags":null})");
+}
+
+TEST(DecodeDocument, OfTwoEqualKeysTheFirstMayHoldAnything) {
+    const auto document = decodedDocument(
+        R"( {"id":"x","title":{"a":[]},"tags":[null],"tags":[1, 2],"id":1,"title":"b",)"
+        R"("permissions":{"view":5,"view":{"users":[4]}},"custom_fields":[{"value":{},"field":1,"value":true}]})");
+    EXPECT_EQ(document.id, 1);
+    EXPECT_EQ(document.title, "b");
+    EXPECT_EQ(document.tags, (std::vector<std::int64_t>{1, 2}));
+    EXPECT_EQ(document.permissions->view->users, (std::vector<std::int64_t>{4}));
+    EXPECT_EQ(*document.custom_fields->at(0).value->asBoolean(), true);
+    EXPECT_EQ(JsonObject::parse(document.raw)->integers("tags"), document.tags);
+    EXPECT_EQ(
+        decodeDocuments(R"({"results":5,"results":[{"id":1,"id":2,"title":0,"title":"t"}]})", {})->results->at(0).id,
+        2);
+    EXPECT_EQ(decodeNotes(R"([{"id":null,"id":3}])", {})->at(0).id, 3);
+
+    EXPECT_TRUE(documentFails(R"({"id":1,"title":"b","id":"x"})"));
+    EXPECT_TRUE(documentFails(R"({"id":[1 2],"id":1,"title":"b"})")) << "what is overtaken must be JSON still";
+    Console console;
+    decodeDocument(R"({"id":"x","id":1,"title":5})", console.context);
+    EXPECT_EQ(console.onlyLine(),
+              "enountered an error while decoding document: id: an integer of 64 bits was expected (byte 6)")
+        << "places are those of the body as it came";
 }
 
 TEST(DecodeNotes, ReadsTheBareList) {

@@ -43,6 +43,9 @@ TEST(JsonWriter, NumbersReadBackAsThemselves) {
     EXPECT_EQ(written(std::nan("")), "null");
     EXPECT_EQ(written(std::numeric_limits<double>::infinity()), "null");
     EXPECT_EQ(JsonWriter().integer(std::numeric_limits<std::int64_t>::min()).take(), "-9223372036854775808");
+    constexpr auto kLargest = std::numeric_limits<std::uint64_t>::max();
+    EXPECT_EQ(JsonWriter().integer(kLargest).take(), "18446744073709551615");
+    EXPECT_EQ(JsonWriter().value(std::vector<std::uint64_t>{kLargest, 0}).take(), "[18446744073709551615,0]");
 }
 
 TEST(JsonObject, ReadsMembersAndKeepsTheirBytes) {
@@ -74,6 +77,26 @@ TEST(JsonObject, ComposesABodyOfUntouchedAndChangedMembers) {
     EXPECT_EQ(object->toText(), R"({"title":"new \"one\"","owner":9007199254740993,"added":null})");
     EXPECT_EQ(JsonObject().toText(), "{}");
     EXPECT_TRUE(JsonObject::parse("{}")->empty());
+}
+
+TEST(JsonObject, EachNameIsThereOnceAtItsFirstPlaceWithItsLastValue) {
+    EXPECT_EQ(JsonObject::parse(R"({"a":1,"b":2,"\u0061":3,"c":4,"b":5,"a":6})")->toText(), R"({"a":6,"b":5,"c":4})");
+
+    // So many that asking every earlier name would take minutes.
+    constexpr int kNames = 50'000;
+    JsonWriter writer;
+    writer.beginObject();
+    for (const int round : {1, 2})
+        for (int i = 0; i < kNames; ++i)
+            writer.member("name" + std::to_string(i), i * round);
+    const auto object = JsonObject::parse(writer.endObject().take());
+    ASSERT_TRUE(object);
+    ASSERT_EQ(object->members().size(), std::size_t{kNames});
+    for (const int i : {0, 1, kNames / 2, kNames - 1}) {
+        const auto& [name, value] = object->members().at(static_cast<std::size_t>(i));
+        EXPECT_EQ(name, "name" + std::to_string(i));
+        EXPECT_EQ(value, std::to_string(2 * i));
+    }
 }
 
 TEST(Json, AFragmentIsExactlyOneValue) {

@@ -71,8 +71,9 @@ TEST(DocIDFromResult, FindsThePatternAnywhere) {
     EXPECT_EQ(docIDFromResult("x New document id 1 created Success. New document id 2 created"), 2);
     for (const char* text : {"", "Success New document id 5 created", "Success. New document id  created",
                              "Success.. New document id 5 created", "Success\n New document id 5 created",
-                             "Success. New document id 5x created", " New document id 5 created",
-                             "Success. New document id 99999999999999999999 created"})
+                             "Success\u0085 New document id 5 created", "Success\u2028 New document id 5 created",
+                             "Success\u2029 New document id 5 created", "Success. New document id 5x created",
+                             " New document id 5 created", "Success. New document id 99999999999999999999 created"})
         EXPECT_EQ(docIDFromResult(text), std::nullopt) << text;
 }
 
@@ -89,12 +90,15 @@ TEST(DecodeShareLinks, TakeBothDateForms) {
     EXPECT_EQ(whole->created, dates::parseWholeSecond("2024-03-01T12:30:00Z"));
     EXPECT_EQ(whole->expiration, std::nullopt);
     Console console;
-    EXPECT_FALSE(
-        decodeShareLinks(
-            R"({"results":[{"id":1,"created":"yesterday","slug":"s","document":2,"file_version":"original"}]})",
-            console.context)
-            .decoded);
-    EXPECT_NE(console.onlyLine().find("results[0].created: Invalid date: yesterday"), std::string::npos);
+    const std::string date = "yesterday, " + std::string(100, '!');
+    const auto failed = decodeShareLinks(R"({"results":[{"id":1,"created":")" + date +
+                                             R"(","slug":"s","document":2,"file_version":"original"}]})",
+                                         console.context);
+    EXPECT_FALSE(failed.decoded);
+    EXPECT_EQ(failed.failure, "results[0].created: Invalid date: " + date + " (byte 30)");
+    EXPECT_EQ(console.onlyLine(), "enountered an error while decoding api response for share links: "
+                                  "results[0].created: Invalid date: <private> (byte 30)");
+    EXPECT_EQ(links.failure, "");
 }
 
 TEST(DecodeSuggestions, ReadDaysInTheDevicesZone) {
@@ -114,6 +118,10 @@ TEST(DecodeUISettings, ReadTheUserAlone) {
     ASSERT_TRUE(settings);
     EXPECT_EQ(settings->user.id, 3);
     EXPECT_FALSE(decodeUISettings(R"({"settings":{}})", {}));
+    const auto doubled = decodeUISettings(R"({"user":{"id":1,"username":"first"},"user":{"id":2}})", {});
+    ASSERT_TRUE(doubled);
+    EXPECT_EQ(doubled->user.id, 2);
+    EXPECT_EQ(doubled->user.username, std::nullopt) << "two users don't mix";
 }
 
 TEST(DecodeSavedViews, ReadRulesAndKeepThem) {

@@ -14,14 +14,13 @@ namespace {
 
 using namespace ledgerfinch::support;
 
-constexpr const char* usage =
-    "Usage: ledgerfinch-sample-server [options]\n"
-    "  --port N             listen on 127.0.0.1:N (default: a free port)\n"
-    "  --port-file FILE     write the port to FILE once the server is ready\n"
-    "  --seed WHAT          generated (default) or recordings\n"
-    "  --documents N        number of generated documents (default: 200)\n"
-    "  --users              print all users with passwords and tokens\n"
-    "Ends on SIGTERM or SIGINT.\n";
+constexpr const char* usage = "Usage: ledgerfinch-sample-server [options]\n"
+                              "  --port N             listen on 127.0.0.1:N (default: a free port)\n"
+                              "  --port-file FILE     write the port to FILE once the server is ready\n"
+                              "  --seed WHAT          generated (default) or recordings\n"
+                              "  --documents N        number of generated documents (default: 200)\n"
+                              "  --users              print all users with passwords and tokens\n"
+                              "Ends on SIGTERM or SIGINT.\n";
 
 struct Options {
     int port = 0;

@@ -89,6 +89,37 @@ TEST_F(SettingsTest, AForeignTextOrTypeReadsAsTheDefault) {
     EXPECT_EQ(settings::read(*m_defaults, settings::useiCloud), false);
 }
 
+TEST_F(SettingsTest, AValueWrittenByHandReadsAsWhatItMeans) {
+    {
+        std::ofstream file(m_folder / "suite.conf", std::ios::binary | std::ios::app);
+        file << "useiCloud=1\nuseNewMenus=0\nofflineMode=YES\ninvertPreview=\"NO\"\ntika_support=\"true\"\n"
+                "useCustomQueries=\"false\"\ndownload_all=2\ndirectToPreview=maybe\n"
+                "exportFilenameScheme=2024\nimportFilenameScheme=true\nnotification_user_id=7\ncustomHeaders=5\n"
+                "defaultCustomView=true\ndownload_saved_view=\"many\"\ncolorScheme=3\n";
+    }
+    const auto read = [&](const auto& key) {
+        return settings::read(*m_defaults, key);
+    };
+    EXPECT_TRUE(read(settings::useiCloud) && read(settings::offlineMode) && read(settings::tika_support));
+    EXPECT_FALSE(read(settings::useNewMenus) || read(settings::invertPreview) || read(settings::useCustomQueries));
+    EXPECT_EQ(read(settings::download_all), false) << "2 is no truth value";
+    EXPECT_EQ(read(settings::directToPreview), false);
+    EXPECT_EQ(read(settings::exportFilenameScheme), "2024");
+    EXPECT_EQ(read(settings::importFilenameScheme), "true");
+    EXPECT_EQ(read(settings::notification_user_id), "7");
+    EXPECT_EQ(read(settings::defaultCustomView), 0);
+    EXPECT_EQ(read(settings::download_saved_view), 0);
+    EXPECT_EQ(read(settings::colorScheme), StorableColorScheme::system);
+
+    const auto shown = [&](std::string_view name) {
+        return settings::displayText(*m_defaults, *settings::find(name));
+    };
+    EXPECT_EQ(shown("offlineMode"), "true");
+    EXPECT_EQ(shown("useNewMenus"), "false");
+    EXPECT_EQ(shown("exportFilenameScheme"), "2024");
+    EXPECT_EQ(shown("customHeaders"), "<private>");
+}
+
 TEST_F(SettingsTest, TheCatalogueNamesEachSettingOnceAndTakesItsOwnDefaults) {
     std::set<std::string_view> names;
     for (const auto& setting : settings::catalogue()) {

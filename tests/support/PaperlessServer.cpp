@@ -39,13 +39,16 @@ void apply(State&, Record& record, const Json& fields) {
     applyFields(record, fields);
 }
 
-void apply(State& state, CustomField& field, const Json& fields) { applyFields(state, field, fields); }
+void apply(State& state, CustomField& field, const Json& fields) {
+    applyFields(state, field, fields);
+}
 
 /// An empty state that still doesn't repeat a revision.
 State emptied(const State& old) {
     State state;
     state.revision = old.revision + 1;
     state.taskPace = old.taskPace;
+    state.clockShift = old.clockShift;
     return state;
 }
 
@@ -86,7 +89,9 @@ PaperlessServer::PaperlessServer() : m_routes(std::make_unique<Routes>()), m_dia
     clear();
 }
 
-PaperlessServer::~PaperlessServer() { stop(); }
+PaperlessServer::~PaperlessServer() {
+    stop();
+}
 
 void PaperlessServer::seedFromRecordings(RecordedMoment moment) {
     std::lock_guard lock(m_mutex);
@@ -106,17 +111,31 @@ void PaperlessServer::clear() {
     seedUsers(m_state);
 }
 
-void PaperlessServer::start(int port) { m_face->start(port); }
+void PaperlessServer::start(int port) {
+    m_face->start(port);
+}
 
-void PaperlessServer::stop() { m_face->stop(); }
+void PaperlessServer::stop() {
+    m_face->stop();
+}
 
-std::string PaperlessServer::url() const { return "http://127.0.0.1:" + std::to_string(port()); }
+std::string PaperlessServer::url() const {
+    return "http://127.0.0.1:" + std::to_string(port());
+}
 
-int PaperlessServer::port() const { return m_face->port(); }
+int PaperlessServer::port() const {
+    return m_face->port();
+}
 
 void PaperlessServer::setVersion(std::string version) {
     std::lock_guard lock(m_mutex);
     m_dialect->version = std::move(version);
+}
+
+void PaperlessServer::setTime(Micros time) {
+    std::lock_guard lock(m_mutex);
+    m_state.clockShift = time - clockNow();
+    m_state.lastTime = 0;
 }
 
 void PaperlessServer::setTaskPace(TaskPace pace) {
@@ -138,7 +157,9 @@ void PaperlessServer::advanceTask(Id task) {
     if (found != m_state.tasks.end()) support::advanceTask(m_state, found->second);
 }
 
-PaperlessServerFaults& PaperlessServer::faults() { return m_faults; }
+PaperlessServerFaults& PaperlessServer::faults() {
+    return m_faults;
+}
 
 std::string PaperlessServer::token(std::string_view user) const {
     auto all = tokens();
@@ -299,7 +320,9 @@ std::vector<Json> PaperlessServer::records(std::string_view table) const {
     return list;
 }
 
-std::vector<LoggedRequest> PaperlessServer::requests() const { return requests({}); }
+std::vector<LoggedRequest> PaperlessServer::requests() const {
+    return requests({});
+}
 
 std::vector<LoggedRequest> PaperlessServer::requests(std::string_view start) const {
     std::lock_guard lock(m_logMutex);

@@ -31,7 +31,7 @@ struct LoggedRequest {
 
 /// All members are safe to call from any thread, also while the server answers.
 class PaperlessServer {
-  public:
+public:
     PaperlessServer();
     ~PaperlessServer();
     PaperlessServer(const PaperlessServer&) = delete;
@@ -56,6 +56,8 @@ class PaperlessServer {
     int port() const;
     /// What x-version says from now on; the default is "2.20.15".
     void setVersion(std::string version);
+    /// Sets the server's clock; it goes on from there.
+    void setTime(Micros time);
     /// How uploads become documents; the default is one step per look at the task.
     void setTaskPace(TaskPace pace);
     /// Takes the pending and started tasks to their end, or one of them a step on.
@@ -116,8 +118,7 @@ class PaperlessServer {
     /// The folder of recorded data: LF_TEST_DATA or the source tree's.
     static std::filesystem::path dataFolder();
 
-  private:
-    struct Answered;
+private:
     Json recordJson(std::string_view table, Id id) const;
     std::vector<Id> idsOf(std::string_view table) const;
 

@@ -52,15 +52,17 @@ void readPermissionNames(BodyReader& body, std::string_view key, std::vector<std
 }
 
 void readUser(BodyReader& body, const State& state, User& user) {
-    auto named = body.text("username", user.username,
-                           {.required = true, .mayBeBlank = false, .longest = longestAccountName});
+    auto named =
+        body.text("username", user.username, {.required = true, .mayBeBlank = false, .longest = longestAccountName});
     auto taken = named && std::any_of(state.users.begin(), state.users.end(), [&](const auto& other) {
                      return other.first != user.id && other.second.username == user.username;
                  });
     if (taken) body.fail("username", "A user with that username already exists.");
     body.text("email", user.email);
     std::string password;
-    auto isMasked = [](const std::string& text) { return text.find_first_not_of('*') == std::string::npos; };
+    auto isMasked = [](const std::string& text) {
+        return text.find_first_not_of('*') == std::string::npos;
+    };
     if (body.text("password", password) && !isMasked(password)) user.password = password;
     body.text("first_name", user.firstName, {.longest = longestAccountName});
     body.text("last_name", user.lastName, {.longest = longestAccountName});
@@ -72,8 +74,7 @@ void readUser(BodyReader& body, const State& state, User& user) {
 }
 
 void readGroup(BodyReader& body, const State& state, Group& group) {
-    auto named =
-        body.text("name", group.name, {.required = true, .mayBeBlank = false, .longest = longestAccountName});
+    auto named = body.text("name", group.name, {.required = true, .mayBeBlank = false, .longest = longestAccountName});
     auto taken = named && std::any_of(state.groups.begin(), state.groups.end(), [&](const auto& other) {
                      return other.first != group.id && other.second.name == group.name;
                  });
@@ -189,9 +190,8 @@ void removeUser(State& state, Id id) {
 
 Response listGroups(Context& context) {
     auto ids = sortedByName(context.state.groups, [](const Group& group) { return group.name; });
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
-        to += textOf(groupJson(context.state.groups.at(id)));
-    });
+    return pagedResponse(context.request, ids,
+                         [&](std::string& to, Id id) { to += textOf(groupJson(context.state.groups.at(id))); });
 }
 
 Response createGroup(Context& context) {

@@ -80,8 +80,8 @@ std::optional<Response> nameConflict(const BodyReader& body, const State& state,
     }
     if (namesake(state, kind, attribute, false) == nullptr) return std::nullopt;
     if (attribute.id == 0) return jsonResponse(Json{{"error", "Object violates owner / name unique constraint"}}, 400);
-    return jsonResponse(
-        Json{{"non_field_errors", Json::array({"The fields name, owner must make a unique set."})}}, 400);
+    return jsonResponse(Json{{"non_field_errors", Json::array({"The fields name, owner must make a unique set."})}},
+                        400);
 }
 
 std::int64_t countOf(const DocumentCounts& counts, Kind kind, Id id) {
@@ -193,7 +193,9 @@ void removeAttribute(State& state, Kind kind, Id id) {
     if (kind == Kind::StoragePath) touchDocumentsOfPath(state, id);
     for (auto& [documentId, document] : state.documents) {
         switch (kind) {
-        case Kind::Tag: std::erase(document.tags, id); break;
+        case Kind::Tag:
+            std::erase(document.tags, id);
+            break;
         case Kind::Correspondent:
             if (document.correspondent == id) document.correspondent.reset();
             break;

@@ -12,10 +12,21 @@ namespace ledgerfinch::support {
 namespace {
 
 const std::vector<std::string_view>& methods() {
-    static const std::vector<std::string_view> all{
-        "set_correspondent", "set_document_type", "set_storage_path", "add_tag", "remove_tag",
-        "modify_tags",       "modify_custom_fields", "delete",        "reprocess", "set_permissions",
-        "rotate",            "merge",             "edit_pdf",         "split",   "delete_pages"};
+    static const std::vector<std::string_view> all{"set_correspondent",
+                                                   "set_document_type",
+                                                   "set_storage_path",
+                                                   "add_tag",
+                                                   "remove_tag",
+                                                   "modify_tags",
+                                                   "modify_custom_fields",
+                                                   "delete",
+                                                   "reprocess",
+                                                   "set_permissions",
+                                                   "rotate",
+                                                   "merge",
+                                                   "edit_pdf",
+                                                   "split",
+                                                   "delete_pages"};
     return all;
 }
 
@@ -162,7 +173,9 @@ Response bulkEdit(Context& context) {
     auto& state = context.state;
     BodyReader body(parsed.json, false);
     std::vector<Id> ids;
-    auto exists = [&](Id id) { return state.liveDocument(id) != nullptr; };
+    auto exists = [&](Id id) {
+        return state.liveDocument(id) != nullptr;
+    };
     body.relations("documents", ids, exists, true);
     if (body.has("documents") && body.failed())
         body.fail("documents", "Some documents in documents don't exist or were specified twice.");
@@ -172,8 +185,7 @@ Response bulkEdit(Context& context) {
     auto change = changeOf(state, method, parsed.json.value("parameters", Json::object()));
     if (change.error) return *change.error;
     auto permission = method == "delete" ? "delete_document" : "change_document";
-    auto mayAll = hasPermission(state, *context.user, permission) &&
-                  std::all_of(ids.begin(), ids.end(), [&](Id id) {
+    auto mayAll = hasPermission(state, *context.user, permission) && std::all_of(ids.begin(), ids.end(), [&](Id id) {
                       const auto& document = state.documents.at(id);
                       return mayChange(*context.user, document.owner, document.permissions);
                   });
@@ -235,7 +247,8 @@ Response selectionData(Context& context) {
     auto& state = context.state;
     BodyReader body(parsed.json, false);
     std::vector<Id> ids;
-    body.relations("documents", ids, [&](Id id) { return state.liveDocument(id) != nullptr; }, true);
+    body.relations(
+        "documents", ids, [&](Id id) { return state.liveDocument(id) != nullptr; }, true);
     if (body.failed()) return body.errors();
     State selected;
     for (auto id : ids) {
@@ -244,7 +257,9 @@ Response selectionData(Context& context) {
         selected.documents[id] = std::move(copy);
     }
     auto counts = countDocuments(selected, *context.user);
-    auto list = [&](Kind kind) { return countsOf(keysOf(state.table(kind)), counts.byAttribute[std::size_t(kind)]); };
+    auto list = [&](Kind kind) {
+        return countsOf(keysOf(state.table(kind)), counts.byAttribute[std::size_t(kind)]);
+    };
     return jsonResponse(Json{{"selected_correspondents", list(Kind::Correspondent)},
                              {"selected_tags", list(Kind::Tag)},
                              {"selected_document_types", list(Kind::DocumentType)},

@@ -22,12 +22,23 @@ CustomField* find(Context& context) {
     return found == context.state.customFields.end() ? nullptr : &found->second;
 }
 
+/// Each type has a column of its own, so that a field of another type starts without values.
+void forgetValues(State& state, Id field) {
+    for (auto& [id, document] : state.documents) {
+        for (auto& value : document.customFields) {
+            if (value.field == field) value.value = nullptr;
+        }
+    }
+}
+
 /// 16 letters that no option had before.
 std::string newOptionId(State& state) {
     return "opt" + sha1Hex("option " + std::to_string(state.takeId("select_options"))).substr(0, 13);
 }
 
-Response extraDataError(const char* text) { return jsonResponse(Json{{"error", Json::array({text})}}, 400); }
+Response extraDataError(const char* text) {
+    return jsonResponse(Json{{"error", Json::array({text})}}, 400);
+}
 
 /// Reads new options. Before version 7 every option is its label and gets a new id.
 std::optional<Response> readOptions(Context& context, const Json& options, CustomField& field) {
@@ -58,8 +69,8 @@ std::optional<Response> readExtraData(Context& context, const BodyReader& body, 
     if (extra == nullptr || !extra->is_object()) return std::nullopt;
     if (field.dataType == "monetary" && extra->contains("default_currency")) {
         const auto& currency = (*extra)["default_currency"];
-        auto isGood = currency.is_string() &&
-                      (currency.get_ref<const std::string&>().empty() || currency.get_ref<const std::string&>().size() == 3);
+        auto isGood = currency.is_string() && (currency.get_ref<const std::string&>().empty() ||
+                                               currency.get_ref<const std::string&>().size() == 3);
         if (!currency.is_null() && !isGood)
             return extraDataError("extra_data.default_currency must be a 3-character string");
     }
@@ -120,7 +131,9 @@ Response updateCustomField(Context& context) {
     BodyReader body(parsed.json, context.request.method == "PATCH");
     auto changed = *field;
     if (auto error = readField(context, body, changed)) return *error;
+    auto isOtherType = changed.dataType != field->dataType;
     *field = std::move(changed);
+    if (isOtherType) forgetValues(context.state, field->id);
     context.state.changed();
     return jsonResponse(customFieldJson(*field, context.version, countOf(context, field->id)));
 }

@@ -48,7 +48,9 @@ bool containsAll(const Json& value, const Json& wanted) {
            });
 }
 
-bool isTrue(const Json& value) { return value == true || value == "true" || value == 1; }
+bool isTrue(const Json& value) {
+    return value == true || value == "true" || value == 1;
+}
 
 bool holds(const CustomField& field, const std::string& operation, const Json& value, const Json& wanted) {
     if (operation == "exists") return isTrue(wanted);
@@ -88,7 +90,9 @@ CustomQuery parseGroup(const State& state, const std::string& word, const Json& 
     }
     auto any = word == "OR";
     return {[predicates, any](const Document& document) {
-                auto test = [&](const Predicate& predicate) { return predicate(document); };
+                auto test = [&](const Predicate& predicate) {
+                    return predicate(document);
+                };
                 return any ? std::any_of(predicates.begin(), predicates.end(), test)
                            : std::all_of(predicates.begin(), predicates.end(), test);
             },
@@ -96,7 +100,8 @@ CustomQuery parseGroup(const State& state, const std::string& word, const Json& 
 }
 
 CustomQuery parseNode(const State& state, const Json& node) {
-    if (!node.is_array() || node.size() < 2) return fault("custom_field_query", "Invalid custom field query expression");
+    if (!node.is_array() || node.size() < 2)
+        return fault("custom_field_query", "Invalid custom field query expression");
     if (node.size() == 2 && node[0].is_string()) {
         auto word = node[0].get<std::string>();
         std::transform(word.begin(), word.end(), word.begin(), [](char letter) { return char(std::toupper(letter)); });

@@ -13,9 +13,15 @@ namespace {
 
 constexpr std::size_t longestText = 128;
 
-CheckedValue good(Json value) { return {std::move(value), {}, false}; }
-CheckedValue bad(std::string error) { return {{}, std::move(error), false}; }
-CheckedValue crash() { return {{}, {}, true}; }
+CheckedValue good(Json value) {
+    return {std::move(value), {}, false};
+}
+CheckedValue bad(std::string error) {
+    return {{}, std::move(error), false};
+}
+CheckedValue crash() {
+    return {{}, {}, true};
+}
 
 CheckedValue checkText(const Json& value) {
     if (!value.is_string()) return crash();
@@ -83,7 +89,9 @@ CheckedValue checkLinks(const State& state, const Json& value) {
 CheckedValue checkSelect(const CustomField& field, const Json& value, int version) {
     const auto& options = field.options;
     if (version >= versionWithOptionIds) {
-        auto matches = [&](const SelectOption& option) { return value == Json(option.id); };
+        auto matches = [&](const SelectOption& option) {
+            return value == Json(option.id);
+        };
         if (std::any_of(options.begin(), options.end(), matches)) return good(value);
         std::string list;
         for (const auto& option : options) {
@@ -147,8 +155,8 @@ void mirrorLinks(State& state, Id field, Id source, const Json& before, const Js
 } // namespace
 
 const std::vector<std::string_view>& dataTypes() {
-    static const std::vector<std::string_view> types{"string",  "url",      "date",         "boolean", "integer",
-                                                     "float",   "monetary", "documentlink", "select",  "longtext"};
+    static const std::vector<std::string_view> types{"string", "url",      "date",         "boolean", "integer",
+                                                     "float",  "monetary", "documentlink", "select",  "longtext"};
     return types;
 }
 
@@ -211,7 +219,8 @@ void storeCustomValues(State& state, Document& document, const std::vector<Custo
         }
     }
     std::erase_if(document.customFields, [&](const CustomFieldValue& value) {
-        return std::none_of(values.begin(), values.end(), [&](const auto& given) { return given.field == value.field; });
+        return std::none_of(values.begin(), values.end(),
+                            [&](const auto& given) { return given.field == value.field; });
     });
     auto isLink = [&](Id field) {
         auto found = state.customFields.find(field);
@@ -223,7 +232,8 @@ void storeCustomValues(State& state, Document& document, const std::vector<Custo
         mirrorLinks(state, old.field, document.id, old.value, now == nullptr ? Json() : now->value);
     }
     for (const auto& now : std::vector(document.customFields)) {
-        auto isNew = std::none_of(before.begin(), before.end(), [&](const auto& old) { return old.field == now.field; });
+        auto isNew =
+            std::none_of(before.begin(), before.end(), [&](const auto& old) { return old.field == now.field; });
         if (isNew && isLink(now.field)) mirrorLinks(state, now.field, document.id, Json(), now.value);
     }
 }

@@ -7,8 +7,8 @@
 namespace ledgerfinch::support {
 
 struct CheckedValue {
-    Json value;        ///< as it is stored
-    std::string error; ///< of a 400, when not empty
+    Json value;           ///< as it is stored
+    std::string error;    ///< of a 400, when not empty
     bool crashes = false; ///< the real server answers 500
 };
 

@@ -56,10 +56,11 @@ Response removeNote(Context& context, Document& document) {
     auto wanted = context.request.argument("id");
     if (!wanted) return jsonResponse(Json{{"id", "This field is required."}}, 400);
     auto id = keyNumber(Json(*wanted));
-    auto note = std::find_if(document.notes.begin(), document.notes.end(),
-                             [&](const Note& one) { return one.id == id; });
+    auto note =
+        std::find_if(document.notes.begin(), document.notes.end(), [&](const Note& one) { return one.id == id; });
     if (note == document.notes.end()) return noMatch("Note");
     document.notes.erase(note);
+    ++document.deletedNotes;
     document.modified = context.state.now();
     context.state.changed();
     return showNotes(context, document);
@@ -185,7 +186,9 @@ Response documentSuggestions(Context& context) {
     if (document == nullptr) return noMatch("Document");
     if (!maySee(*context.user, document->owner, document->permissions))
         return bareText(403, "Insufficient permissions");
-    auto ids = [&](Kind kind) { return matchingAttributes(context.state, kind, *document, *context.user); };
+    auto ids = [&](Kind kind) {
+        return matchingAttributes(context.state, kind, *document, *context.user);
+    };
     auto response = jsonResponse(Json{{"correspondents", ids(Kind::Correspondent)},
                                       {"tags", ids(Kind::Tag)},
                                       {"document_types", ids(Kind::DocumentType)},
@@ -228,7 +231,8 @@ Response openShareLink(Context& context) {
     const auto& slug = context.arguments.front();
     for (const auto& [id, link] : context.state.shareLinks) {
         if (link.slug != slug) continue;
-        if (link.expiration && *link.expiration <= clockNow()) return redirect("/accounts/login/?sharelink_expired=1");
+        if (link.expiration && *link.expiration <= context.state.clock())
+            return redirect("/accounts/login/?sharelink_expired=1");
         const auto* document = context.state.liveDocument(link.document);
         if (document == nullptr) break;
         return fileResponse(fileOf(context.state, *document, link.fileVersion == "original"), "inline");

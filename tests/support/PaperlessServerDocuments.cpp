@@ -114,8 +114,8 @@ Response searchPage(Context& context, const SelectedDocuments& selected, const s
         if (!appendDocument(to, context.state, document, shape, ",\"__search_hit__\":" + textOf(hit))) crashed = true;
     };
     auto isQuery = context.request.argument("query").has_value() || context.request.argument("more_like_id");
-    auto response = pagedResponse(context.request, selected.ids, write, &all,
-                                  isQuery ? ",\"corrected_query\":null" : "");
+    auto response =
+        pagedResponse(context.request, selected.ids, write, &all, isQuery ? ",\"corrected_query\":null" : "");
     if (crashed) return bareText(400, "Error listing search results, check logs for more detail.");
     return response;
 }
@@ -242,7 +242,8 @@ Response changeTrash(Context& context) {
     if (body.failed()) return body.errors();
     for (auto id : ids) {
         auto& document = context.state.documents.at(id);
-        if (!mayChange(*context.user, document.owner, document.permissions)) return bareText(403, "Insufficient permissions");
+        if (!mayChange(*context.user, document.owner, document.permissions))
+            return bareText(403, "Insufficient permissions");
         if (action == "empty") {
             context.state.documents.erase(id);
         } else {

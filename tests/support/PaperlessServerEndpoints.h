@@ -7,11 +7,6 @@
 
 namespace ledgerfinch::support {
 
-/// A document's text, tags and permissions as a list of ready ids for paging.
-struct DocumentLists {
-    ListCache cache;
-};
-
 // Tags, correspondents, document types, storage paths.
 Response listAttributes(Context& context, Kind kind);
 Response createAttribute(Context& context, Kind kind);

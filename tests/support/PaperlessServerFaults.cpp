@@ -78,19 +78,25 @@ Fault Fault::garbage(std::string bytes) {
 
 Fault Fault::truncatedJson() {
     Fault fault;
-    fault.rewrite = [](const std::string& body, const std::string&) { return body.substr(0, body.size() / 2); };
+    fault.rewrite = [](const std::string& body, const std::string&) {
+        return body.substr(0, body.size() / 2);
+    };
     return fault;
 }
 
 Fault Fault::nextIs(std::string url) {
     Fault fault;
-    fault.rewrite = [url = std::move(url)](const std::string& body, const std::string&) { return withNext(body, url); };
+    fault.rewrite = [url = std::move(url)](const std::string& body, const std::string&) {
+        return withNext(body, url);
+    };
     return fault;
 }
 
 Fault Fault::nextIsSelf() {
     Fault fault;
-    fault.rewrite = [](const std::string& body, const std::string& url) { return withNext(body, url); };
+    fault.rewrite = [](const std::string& body, const std::string& url) {
+        return withNext(body, url);
+    };
     return fault;
 }
 
@@ -155,8 +161,7 @@ std::optional<Fault> PaperlessServerFaults::take(std::string_view method, std::s
     ++m_requests;
     auto line = std::string(method) + " " + std::string(target);
     for (auto& rule : m_rules) {
-        auto fits = rule.number != 0 ? rule.number == m_requests
-                                     : std::regex_search(line, std::regex(rule.expression));
+        auto fits = rule.number != 0 ? rule.number == m_requests : std::regex_search(line, std::regex(rule.expression));
         if (rule.isOver || !fits) continue;
         ++rule.fired;
         rule.isOver = rule.left != 0 && rule.fired >= rule.left;
@@ -170,7 +175,9 @@ bool PaperlessServerFaults::waitStalled(std::chrono::milliseconds duration) {
     ++m_stalled;
     m_changed.notify_all();
     auto release = m_releases;
-    auto isOver = [&] { return m_stopping || m_releases != release; };
+    auto isOver = [&] {
+        return m_stopping || m_releases != release;
+    };
     if (duration.count() > 0) {
         m_changed.wait_for(lock, duration, isOver);
     } else {

@@ -63,7 +63,7 @@ struct Fault {
 
 /// Thread-safe. A rule fires for each request that it fits until it is used up; the first that fits wins.
 class PaperlessServerFaults {
-  public:
+public:
     using RuleId = std::size_t;
 
     /// For the n-th request from now on, counted from 1 over all connections.
@@ -87,7 +87,7 @@ class PaperlessServerFaults {
     void stop();
     void start();
 
-  private:
+private:
     struct Rule {
         RuleId id = 0;
         std::size_t number = 0;

@@ -55,7 +55,7 @@ std::string deflated(const std::string& data) {
 
 /// WebP lossless writes its bits from the lowest one up.
 class BitWriter {
-  public:
+public:
     void put(std::uint32_t value, int count) {
         for (int index = 0; index < count; ++index) {
             m_current |= (value >> index & 1U) << m_used;
@@ -67,7 +67,7 @@ class BitWriter {
         return std::move(m_bytes);
     }
 
-  private:
+private:
     void flush() {
         m_bytes += char(m_current);
         m_current = 0;
@@ -109,8 +109,7 @@ std::string makePdf(std::string_view title, std::string_view text) {
     }
     content += "ET\n";
     const std::vector<std::string> objects{
-        "<< /Type /Catalog /Pages 2 0 R >>",
-        "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
+        "<< /Type /Catalog /Pages 2 0 R >>", "<< /Type /Pages /Kids [3 0 R] /Count 1 >>",
         "<< /Type /Page /Parent 2 0 R /MediaBox [0 0 595 842] /Contents 4 0 R "
         "/Resources << /Font << /F1 5 0 R >> >> >>",
         "<< /Length " + std::to_string(content.size()) + " >>\nstream\n" + content + "endstream",
@@ -214,13 +213,17 @@ std::string mimeTypeOf(std::string_view bytes, std::string_view fileName) {
     if (bytes.starts_with("II*") || bytes.starts_with("MM\0*")) return "image/tiff";
     if (bytes.starts_with("RIFF") && bytes.substr(0, 12).ends_with("WEBP")) return "image/webp";
     if (bytes.starts_with("PK\x03\x04")) return "application/zip";
-    if (bytes.starts_with("\x7F""ELF")) return "application/x-executable";
-    auto isText = bytes.find('\0') == std::string_view::npos &&
-                  std::none_of(bytes.begin(), bytes.end(), [](char byte) {
+    if (bytes.starts_with("\x7F"
+                          "ELF"))
+        return "application/x-executable";
+    auto isText = bytes.find('\0') == std::string_view::npos && std::none_of(bytes.begin(), bytes.end(), [](char byte) {
                       return static_cast<unsigned char>(byte) < 0x20 &&
                              std::string_view("\t\n\r\f").find(byte) == std::string_view::npos;
                   });
-    if (!isText) return "application/octet-stream";
+    // libmagic takes many binary files for Targa pictures by their first three bytes.
+    auto looksLikeTarga = bytes.size() > 18 && bytes[1] >= 0 && bytes[1] <= 1 &&
+                          std::string_view("\x01\x02\x03\x09\x0A\x0B").find(bytes[2]) != std::string_view::npos;
+    if (!isText) return looksLikeTarga ? "image/x-tga" : "application/octet-stream";
     return fileName.ends_with(".csv") ? "text/csv" : "text/plain";
 }
 

@@ -62,24 +62,34 @@ std::optional<Predicate> relationFilter(std::string_view key, const std::string&
         auto operation = key.substr(relation.name.size());
         auto member = relation.member;
         if (operation == "__isnull") {
-            return [member, wanted = truth(value)](const Document& d) { return (d.*member).has_value() != wanted; };
+            return [member, wanted = truth(value)](const Document& d) {
+                return (d.*member).has_value() != wanted;
+            };
         }
         if (operation == "__id") {
-            return [member, id = number(value)](const Document& d) { return !id || d.*member == *id; };
+            return [member, id = number(value)](const Document& d) {
+                return !id || d.*member == *id;
+            };
         }
         if (operation == "__id__in") {
-            return [member, ids = numbers(value)](const Document& d) { return d.*member && has(ids, *(d.*member)); };
+            return [member, ids = numbers(value)](const Document& d) {
+                return d.*member && has(ids, *(d.*member));
+            };
         }
         if (operation == "__id__none") {
-            return
-                [member, ids = numbers(value)](const Document& d) { return !(d.*member) || !has(ids, *(d.*member)); };
+            return [member, ids = numbers(value)](const Document& d) {
+                return !(d.*member) || !has(ids, *(d.*member));
+            };
         }
     }
     return std::nullopt;
 }
 
 std::optional<Predicate> tagFilter(const State& state, std::string_view key, const std::string& value) {
-    if (key == "is_tagged") return [wanted = truth(value)](const Document& d) { return d.tags.empty() != wanted; };
+    if (key == "is_tagged")
+        return [wanted = truth(value)](const Document& d) {
+            return d.tags.empty() != wanted;
+        };
     if (key == "is_in_inbox") {
         std::vector<Id> inbox;
         for (const auto& [id, tag] : state.table(Kind::Tag)) {
@@ -90,7 +100,9 @@ std::optional<Predicate> tagFilter(const State& state, std::string_view key, con
         };
     }
     auto ids = numbers(value);
-    auto isTagged = [](const Document& d, Id tag) { return has(d.tags, tag); };
+    auto isTagged = [](const Document& d, Id tag) {
+        return has(d.tags, tag);
+    };
     if (key == "tags__id__all" || key == "tags__id") {
         return [=](const Document& d) {
             return std::all_of(ids.begin(), ids.end(), [&](Id tag) { return isTagged(d, tag); });
@@ -111,12 +123,23 @@ std::optional<Predicate> tagFilter(const State& state, std::string_view key, con
 
 std::optional<Predicate> textFilter(std::string_view key, const std::string& value) {
     auto part = lowerText(value);
-    if (key == "title__icontains") return [=](const Document& d) { return containsFolded(d.title, part); };
-    if (key == "content__icontains") return [=](const Document& d) { return containsFolded(d.content, part); };
+    if (key == "title__icontains")
+        return [=](const Document& d) {
+            return containsFolded(d.title, part);
+        };
+    if (key == "content__icontains")
+        return [=](const Document& d) {
+            return containsFolded(d.content, part);
+        };
     if (key == "title_content") {
-        return [=](const Document& d) { return containsFolded(d.title, part) || containsFolded(d.content, part); };
+        return [=](const Document& d) {
+            return containsFolded(d.title, part) || containsFolded(d.content, part);
+        };
     }
-    if (key == "mime_type") return [=](const Document& d) { return d.mimeType == value; };
+    if (key == "mime_type")
+        return [=](const Document& d) {
+            return d.mimeType == value;
+        };
     return std::nullopt;
 }
 
@@ -167,10 +190,18 @@ TimeFilter timeFilter(std::string_view key, const std::string& value) {
 }
 
 std::optional<Predicate> numberFilter(std::string_view key, const std::string& value) {
-    if (key == "id__in") return [ids = numbers(value)](const Document& d) { return has(ids, d.id); };
-    if (key == "id") return [id = number(value)](const Document& d) { return !id || d.id == *id; };
+    if (key == "id__in")
+        return [ids = numbers(value)](const Document& d) {
+            return has(ids, d.id);
+        };
+    if (key == "id")
+        return [id = number(value)](const Document& d) {
+            return !id || d.id == *id;
+        };
     if (key == "archive_serial_number__isnull") {
-        return [wanted = truth(value)](const Document& d) { return d.archiveSerialNumber.has_value() != wanted; };
+        return [wanted = truth(value)](const Document& d) {
+            return d.archiveSerialNumber.has_value() != wanted;
+        };
     }
     constexpr std::string_view asn = "archive_serial_number";
     if (key.starts_with(asn)) {
@@ -178,11 +209,13 @@ std::optional<Predicate> numberFilter(std::string_view key, const std::string& v
         auto operation = key.substr(asn.size());
         if (operation.starts_with("__")) operation.remove_prefix(2);
         if (!wanted) return std::nullopt;
-        return compareFilter<std::int64_t>(operation, [](const Document& d) { return d.archiveSerialNumber; },
-                                           *wanted);
+        return compareFilter<std::int64_t>(
+            operation, [](const Document& d) { return d.archiveSerialNumber; }, *wanted);
     }
     if (key == "has_custom_fields") {
-        return [wanted = truth(value)](const Document& d) { return d.customFields.empty() != wanted; };
+        return [wanted = truth(value)](const Document& d) {
+            return d.customFields.empty() != wanted;
+        };
     }
     return std::nullopt;
 }
@@ -253,19 +286,29 @@ using KeyOf = std::function<SortKey(const Document&)>;
 
 std::optional<KeyOf> keyOf(const State& state, std::string_view field) {
     auto byNumber = [](auto get) -> KeyOf {
-        return [get](const Document& d) { return SortKey{1, double(get(d)), {}}; };
+        return [get](const Document& d) {
+            return SortKey{1, double(get(d)), {}};
+        };
     };
     if (field == "id") return byNumber([](const Document& d) { return d.id; });
     if (field == "modified") return byNumber([](const Document& d) { return d.modified; });
     if (field == "added") return byNumber([](const Document& d) { return d.added; });
-    if (field == "num_notes") return byNumber([](const Document& d) { return d.notes.size(); });
-    if (field == "created") return [](const Document& d) { return SortKey{1, 0, d.created}; };
-    if (field == "title") return [](const Document& d) { return SortKey{1, 0, d.title}; };
+    if (field == "num_notes") return byNumber([](const Document& d) { return d.notes.size() + d.deletedNotes; });
+    if (field == "created")
+        return [](const Document& d) {
+            return SortKey{1, 0, d.created};
+        };
+    if (field == "title")
+        return [](const Document& d) {
+            return SortKey{1, 0, d.title};
+        };
     if (field == "archive_serial_number" || field == "page_count" || field == "owner") {
         auto member = field == "owner"        ? &Document::owner
                       : field == "page_count" ? &Document::pageCount
                                               : &Document::archiveSerialNumber;
-        return [member](const Document& d) { return SortKey{d.*member ? 1 : 0, double((d.*member).value_or(0)), {}}; };
+        return [member](const Document& d) {
+            return SortKey{d.*member ? 1 : 0, double((d.*member).value_or(0)), {}};
+        };
     }
     if (field == "correspondent__name") {
         return [&state](const Document& d) {
@@ -281,7 +324,9 @@ std::optional<KeyOf> keyOf(const State& state, std::string_view field) {
     if (field.starts_with(custom)) {
         auto id = number(field.substr(custom.size()));
         if (!id || !state.customFields.contains(*id)) return std::nullopt;
-        return [&state, id = *id](const Document& d) { return customFieldKey(state, d, id); };
+        return [&state, id = *id](const Document& d) {
+            return customFieldKey(state, d, id);
+        };
     }
     return std::nullopt;
 }

@@ -80,7 +80,7 @@ bool takesGzip(const httplib::Request& request) {
 
 /// Sends the body as the fault wants it; answers false to have the connection closed.
 class BodySender {
-  public:
+public:
     BodySender(std::shared_ptr<const std::string> body, const Fault& fault, PaperlessServerFaults& faults)
         : m_body(std::move(body)), m_cutAfter(fault.cutAfter), m_stallAfter(fault.stallAfter),
           m_stallFor(fault.stallFor), m_dripBytes(fault.dripBytes), m_dripEvery(fault.dripEvery), m_faults(faults) {}
@@ -101,7 +101,7 @@ class BodySender {
         return sink.write(m_body->data() + offset, count);
     }
 
-  private:
+private:
     std::shared_ptr<const std::string> m_body;
     std::optional<std::size_t> m_cutAfter;
     std::optional<std::size_t> m_stallAfter;
@@ -117,10 +117,11 @@ struct HttpFace::Server {
     httplib::Server http;
 };
 
-HttpFace::HttpFace(Respond respond, PaperlessServerFaults& faults)
-    : m_respond(std::move(respond)), m_faults(faults) {}
+HttpFace::HttpFace(Respond respond, PaperlessServerFaults& faults) : m_respond(std::move(respond)), m_faults(faults) {}
 
-HttpFace::~HttpFace() { stop(); }
+HttpFace::~HttpFace() {
+    stop();
+}
 
 namespace {
 
@@ -162,8 +163,8 @@ Answer cannedAnswer(const Fault::Canned& canned) {
 
 /// Sends bytes past the library and closes the connection.
 void sendRaw(int localPort, const httplib::Request& request, const std::string& bytes) {
-    auto sockets = socketsWhere(
-        [&](int local, int remote) { return local == localPort && remote == request.remote_port; });
+    auto sockets =
+        socketsWhere([&](int local, int remote) { return local == localPort && remote == request.remote_port; });
     for (auto descriptor : sockets) {
         if (!bytes.empty()) send(descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL);
         shutdown(descriptor, SHUT_RDWR);
@@ -177,7 +178,9 @@ void HttpFace::start(int port) {
     m_faults.start();
     m_server = std::make_unique<Server>();
     auto& http = m_server->http;
-    http.new_task_queue = [] { return new httplib::ThreadPool(threadCount); };
+    http.new_task_queue = [] {
+        return new httplib::ThreadPool(threadCount);
+    };
     http.set_tcp_nodelay(true);
     http.set_keep_alive_max_count(1'000'000);
     http.set_keep_alive_timeout(idleSeconds);

@@ -13,7 +13,7 @@
 namespace ledgerfinch::support {
 
 class HttpFace {
-  public:
+public:
     /// Called on a thread of the connection; must be safe for several at once.
     using Respond = std::function<Answer(const Request&)>;
 
@@ -27,7 +27,7 @@ class HttpFace {
     bool isRunning() const { return m_thread.joinable(); }
     int port() const { return m_port; }
 
-  private:
+private:
     struct Server;
     Respond m_respond;
     PaperlessServerFaults& m_faults;

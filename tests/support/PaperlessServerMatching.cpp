@@ -33,17 +33,24 @@ bool matches(const Attribute& attribute, std::string text) {
         if (attribute.matchingAlgorithm != Regex) match = lowerText(match);
     }
     auto words = wordsOf(match);
-    auto contains = [&](const std::string& word) { return containsWord(text, word); };
+    auto contains = [&](const std::string& word) {
+        return containsWord(text, word);
+    };
     switch (attribute.matchingAlgorithm) {
-    case AnyWord: return std::any_of(words.begin(), words.end(), contains);
-    case AllWords: return !words.empty() && std::all_of(words.begin(), words.end(), contains);
-    case Literal: return containsWord(text, match);
+    case AnyWord:
+        return std::any_of(words.begin(), words.end(), contains);
+    case AllWords:
+        return !words.empty() && std::all_of(words.begin(), words.end(), contains);
+    case Literal:
+        return containsWord(text, match);
     case Regex: {
         auto flags = attribute.isInsensitive ? std::regex::ECMAScript | std::regex::icase : std::regex::ECMAScript;
         return std::regex_search(text, std::regex(match, flags));
     }
-    case Fuzzy: return text.find(match) != std::string::npos;
-    default: return false;
+    case Fuzzy:
+        return text.find(match) != std::string::npos;
+    default:
+        return false;
     }
 }
 

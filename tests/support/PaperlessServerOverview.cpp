@@ -72,9 +72,8 @@ Response getStatistics(Context& context) {
         ++total;
         characters += std::int64_t(textLength(document.content));
         ++types[document.mimeType];
-        inInbox += std::any_of(document.tags.begin(), document.tags.end(), [&](Id tag) {
-            return std::find(inbox.begin(), inbox.end(), tag) != inbox.end();
-        });
+        inInbox += std::any_of(document.tags.begin(), document.tags.end(),
+                               [&](Id tag) { return std::find(inbox.begin(), inbox.end(), tag) != inbox.end(); });
     }
     std::vector<std::pair<std::string, std::int64_t>> byCount(types.begin(), types.end());
     std::stable_sort(byCount.begin(), byCount.end(),
@@ -82,7 +81,9 @@ Response getStatistics(Context& context) {
     auto typeCounts = Json::array();
     for (const auto& [type, count] : byCount)
         typeCounts.push_back(Json{{"mime_type", type}, {"mime_type_count", count}});
-    auto count = [&](Kind kind) { return visibleIds(state.table(kind), *context.user).size(); };
+    auto count = [&](Kind kind) {
+        return visibleIds(state.table(kind), *context.user).size();
+    };
     return jsonResponse(Json{{"documents_total", total},
                              {"documents_inbox", inbox.empty() ? Json(nullptr) : Json(inInbox)},
                              {"inbox_tag", inbox.empty() ? Json(nullptr) : Json(inbox.front())},
@@ -102,7 +103,9 @@ Response globalSearch(Context& context) {
     const auto& state = context.state;
     const auto& user = *context.user;
     auto part = lowerText(query);
-    auto matches = [&](const std::string& name) { return lowerText(name).find(part) != std::string::npos; };
+    auto matches = [&](const std::string& name) {
+        return lowerText(name).find(part) != std::string::npos;
+    };
     std::int64_t total = 0;
 
     auto ids = [&] {
@@ -204,16 +207,25 @@ Response emptyList(Context& context) {
 
 Response applicationConfig(Context&) {
     Json config{{"id", 1}};
-    for (const char* key :
-         {"user_args", "barcode_tag_mapping", "output_type", "pages", "language", "mode", "skip_archive_file",
-          "image_dpi", "unpaper_clean", "deskew", "rotate_pages", "rotate_pages_threshold", "max_image_pixels",
-          "color_conversion_strategy", "app_title", "app_logo", "barcodes_enabled", "barcode_enable_tiff_support",
-          "barcode_string", "barcode_retain_split_pages", "barcode_enable_asn", "barcode_asn_prefix",
-          "barcode_upscale", "barcode_dpi", "barcode_max_pages", "barcode_enable_tag"})
+    for (const char* key : {"user_args",          "barcode_tag_mapping",
+                            "output_type",        "pages",
+                            "language",           "mode",
+                            "skip_archive_file",  "image_dpi",
+                            "unpaper_clean",      "deskew",
+                            "rotate_pages",       "rotate_pages_threshold",
+                            "max_image_pixels",   "color_conversion_strategy",
+                            "app_title",          "app_logo",
+                            "barcodes_enabled",   "barcode_enable_tiff_support",
+                            "barcode_string",     "barcode_retain_split_pages",
+                            "barcode_enable_asn", "barcode_asn_prefix",
+                            "barcode_upscale",    "barcode_dpi",
+                            "barcode_max_pages",  "barcode_enable_tag"})
         config[key] = nullptr;
     return jsonResponse(Json::array({std::move(config)}));
 }
 
-Response logNames(Context&) { return jsonResponse(Json::array({"paperless", "mail", "celery"})); }
+Response logNames(Context&) {
+    return jsonResponse(Json::array({"paperless", "mail", "celery"}));
+}
 
 } // namespace ledgerfinch::support

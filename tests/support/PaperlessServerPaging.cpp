@@ -47,8 +47,8 @@ void appendLink(std::string& to, const std::string& url) {
 } // namespace
 
 std::optional<Page> pageOf(const Request& request, std::size_t count) {
-    auto size = std::min(positive(request.argument("page_size").value_or("")).value_or(defaultPageSize),
-                         largestPageSize);
+    auto size =
+        std::min(positive(request.argument("page_size").value_or("")).value_or(defaultPageSize), largestPageSize);
     auto pageCount = std::max<std::size_t>(1, (count + size - 1) / size);
     std::size_t number = 1;
     if (auto text = request.argument("page")) {

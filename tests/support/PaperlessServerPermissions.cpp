@@ -56,7 +56,9 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 44> models{{
     {"socialaccount", "socialtoken"},
 }};
 
-bool contains(const std::vector<Id>& ids, Id id) { return std::find(ids.begin(), ids.end(), id) != ids.end(); }
+bool contains(const std::vector<Id>& ids, Id id) {
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
 
 bool meets(const std::vector<Id>& left, const std::vector<Id>& right) {
     return std::any_of(left.begin(), left.end(), [&](Id id) { return contains(right, id); });

@@ -90,10 +90,12 @@ void ObjectPermissions::normalise() {
     addMissing(viewGroups, changeGroups);
 }
 
-const KindNames& namesOf(Kind kind) { return kindNames[std::size_t(kind)]; }
+const KindNames& namesOf(Kind kind) {
+    return kindNames[std::size_t(kind)];
+}
 
 Micros State::now() {
-    lastTime = std::max(clockNow(), lastTime + 1);
+    lastTime = std::max(clock(), lastTime + 1);
     return lastTime;
 }
 
@@ -208,8 +210,12 @@ std::string_view textPrefix(std::string_view text, std::size_t length) {
     return text.substr(0, at);
 }
 
-std::string sha1Hex(std::string_view bytes) { return digestHex(EVP_sha1(), bytes); }
+std::string sha1Hex(std::string_view bytes) {
+    return digestHex(EVP_sha1(), bytes);
+}
 
-std::string md5Hex(std::string_view bytes) { return digestHex(EVP_md5(), bytes); }
+std::string md5Hex(std::string_view bytes) {
+    return digestHex(EVP_md5(), bytes);
+}
 
 } // namespace ledgerfinch::support

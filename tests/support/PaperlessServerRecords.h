@@ -40,10 +40,10 @@ inline constexpr std::array<Kind, 4> allKinds{Kind::Tag, Kind::Correspondent, Ki
 
 /// How a kind is called in paths, permissions and messages.
 struct KindNames {
-    std::string_view path;       ///< "document_types"
-    std::string_view codename;   ///< "documenttype"
-    std::string_view verbose;    ///< "document type"
-    std::string_view className;  ///< "DocumentType"
+    std::string_view path;      ///< "document_types"
+    std::string_view codename;  ///< "documenttype"
+    std::string_view verbose;   ///< "document type"
+    std::string_view className; ///< "DocumentType"
 };
 const KindNames& namesOf(Kind kind);
 
@@ -115,6 +115,7 @@ struct Document {
     OptionalId owner;
     ObjectPermissions permissions;
     std::vector<Note> notes;
+    std::size_t deletedNotes = 0; ///< still counted when documents are ordered by their number
     std::vector<CustomFieldValue> customFields;
     std::optional<std::int64_t> pageCount;
     std::string mimeType = "application/pdf";
@@ -232,12 +233,15 @@ struct State {
     std::map<std::string, Id> nextIds; ///< per table; ids are never given twice
     std::uint64_t revision = 0;        ///< grows with every change
     Micros lastTime = 0;
+    Micros clockShift = 0; ///< added to the machine's clock
     TaskPace taskPace = TaskPace::PerPoll;
     bool thumbnailsAreWebp = true; ///< as the real server's; PNG needs no decoder plug-in
 
     std::map<Id, Attribute>& table(Kind kind) { return attributes[std::size_t(kind)]; }
     const std::map<Id, Attribute>& table(Kind kind) const { return attributes[std::size_t(kind)]; }
 
+    /// The server's clock.
+    Micros clock() const { return clockNow() + clockShift; }
     /// The clock, but never the same twice, so that an order by time is an order by event.
     Micros now();
     /// The next id of a table.

@@ -17,7 +17,6 @@ enum class Access {
     Public,   ///< no login
     LoggedIn, ///< any user
     Model,    ///< the model's permission for the method
-    View,     ///< the model's view permission, whatever the method
 };
 
 std::vector<std::string> segmentsOf(std::string_view path) {
@@ -120,6 +119,39 @@ Login loginOf(State& state, const Request& request) {
     return {user, {}};
 }
 
+/// A browser's question before a request from another origin; answered before anything else looks at it.
+bool isPreflight(const Request& request) {
+    return request.method == "OPTIONS" && !request.header("origin").empty() &&
+           !request.header("access-control-request-method").empty();
+}
+
+Answer preflightAnswer(const State& state) {
+    Answer answer;
+    answer.headers = {{"date", httpDateText(state.clock())},
+                      {"server", "uvicorn"},
+                      {"content-type", "text/html; charset=utf-8"},
+                      {"vary", "origin"}};
+    return answer;
+}
+
+/// What OPTIONS says about an endpoint: "Document Type List" for api/document_types.
+Response describe(const std::vector<std::string>& segments) {
+    auto isItem = segments.back() == "*";
+    auto word = segments.size() > 1 ? segments[1] : std::string();
+    if (word.ends_with('s')) word.pop_back();
+    std::string name;
+    auto startsWord = true;
+    for (auto letter : word == "document" ? std::string("unified_search") : word) {
+        name += letter == '_' ? ' ' : startsWord ? char(std::toupper(letter)) : letter;
+        startsWord = letter == '_';
+    }
+    return jsonResponse(Json{
+        {"name", name + (isItem ? " Instance" : " List")},
+        {"description", ""},
+        {"renders", Json::array({"application/json", "text/html"})},
+        {"parses", Json::array({"application/json", "application/x-www-form-urlencoded", "multipart/form-data"})}});
+}
+
 std::string languageOf(const Request& request) {
     return request.header("accept-language").starts_with("de") ? "de-de" : "en-us";
 }
@@ -166,7 +198,8 @@ void Routes::addRecordRoutes() {
     };
     for (auto kind : allKinds) {
         const auto& names = namesOf(kind);
-        add(std::string(names.path), std::string(names.codename),
+        add(
+            std::string(names.path), std::string(names.codename),
             [kind](Context& context) { return listAttributes(context, kind); },
             [kind](Context& context) { return createAttribute(context, kind); },
             [kind](Context& context) { return getAttribute(context, kind); },
@@ -195,7 +228,9 @@ void Routes::addRecordRoutes() {
 void Routes::addDocumentRoutes() {
     constexpr auto readOnly = "GET, HEAD, OPTIONS";
     constexpr auto postOnly = "POST, OPTIONS";
-    auto list = [this](Context& context) { return listDocuments(context, m_documentLists); };
+    auto list = [this](Context& context) {
+        return listDocuments(context, m_documentLists);
+    };
     auto add = [&](std::vector<std::string> path, std::string allow, Access access,
                    std::vector<std::pair<std::string, Handler>> handlers) {
         path.insert(path.begin(), {"api", "documents"});
@@ -208,7 +243,7 @@ void Routes::addDocumentRoutes() {
     add({"selection_data"}, postOnly, Access::LoggedIn, {{"POST", selectionData}});
     add({"*"}, "GET, PUT, PATCH, DELETE, HEAD, OPTIONS", Access::Model,
         {{"GET", getDocument}, {"PUT", updateDocument}, {"PATCH", updateDocument}, {"DELETE", deleteDocument}});
-    add({"*", "notes"}, "GET, POST, DELETE, HEAD, OPTIONS", Access::View,
+    add({"*", "notes"}, "GET, POST, DELETE, HEAD, OPTIONS", Access::Model,
         {{"GET", documentNotes}, {"POST", documentNotes}, {"DELETE", documentNotes}});
     add({"*", "metadata"}, readOnly, Access::Model, {{"GET", documentMetadata}});
     add({"*", "suggestions"}, readOnly, Access::Model, {{"GET", documentSuggestions}});
@@ -270,19 +305,17 @@ Response Routes::respond(State& state, const Request& request, const Dialect& di
         }
         match.isAuthenticated = true;
         context.user = login.user;
-        auto action = route.access == Access::View ? "view_" : actionOf(method);
-        auto needsModel = route.access == Access::Model || route.access == Access::View;
-        auto isKnownMethod = handler != route.handlers.end();
-        if (needsModel && isKnownMethod && !hasPermission(state, *login.user, std::string(action) + route.model))
+        auto needsModel = route.access == Access::Model && handler != route.handlers.end();
+        if (needsModel && !hasPermission(state, *login.user, std::string(actionOf(method)) + route.model))
             return forbidden();
     }
+    if (method == "OPTIONS") return describe(route.segments);
     if (handler == route.handlers.end()) return detail(405, "Method \"" + request.method + "\" not allowed.");
-    auto response = handler->second(context);
-    if (route.access == Access::Public) response.variesByAccept = false;
-    return response;
+    return handler->second(context);
 }
 
 Answer Routes::answer(State& state, const Request& request, const Dialect& dialect) {
+    if (isPreflight(request)) return preflightAnswer(state);
     Match match;
     auto path = std::string_view(request.path);
     match.endsInSlash = path.ends_with('/');
@@ -311,7 +344,7 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     } else if (request.path == "/api/") {
         response = redirect("schema/view/");
     } else if (isReading) {
-        response = redirect("/accounts/login/?next=" + escapePath(unescapeUrl(request.target, false), "/=&"));
+        response = redirect("/accounts/login/?next=" + escapePath(unescapeUrl(request.target, false)));
     } else {
         response = csrfFailure();
     }
@@ -320,12 +353,13 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     answer.status = response.status;
     answer.isAuthenticated = match.isAuthenticated;
     auto& headers = answer.headers;
-    headers.emplace_back("date", httpDateText(clockNow()));
+    headers.emplace_back("date", httpDateText(state.clock()));
     headers.emplace_back("server", "uvicorn");
     if (!response.contentType.empty()) headers.emplace_back("content-type", response.contentType);
     headers.insert(headers.end(), response.headers.begin(), response.headers.end());
     auto isApi = match.route != nullptr && !match.route->isOutsideApi;
-    std::string vary = isApi && response.variesByAccept ? "Accept, " : "";
+    auto variesByAccept = isApi && response.variesByAccept && match.route->access != Access::Public;
+    std::string vary = variesByAccept ? "Accept, " : "";
     vary += "Accept-Language, origin, Cookie";
     if (response.body.size() >= compressedLength) vary += ", Accept-Encoding";
     headers.emplace_back("vary", vary);

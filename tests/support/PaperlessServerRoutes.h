@@ -26,14 +26,14 @@ struct Answer {
 };
 
 class Routes {
-  public:
+public:
     Routes();
     ~Routes();
 
     /// Carries the request out. The caller holds the lock on the state.
     Answer answer(State& state, const Request& request, const Dialect& dialect);
 
-  private:
+private:
     struct Route;
     struct Match;
     Response respond(State& state, const Request& request, const Dialect& dialect, Match& match);

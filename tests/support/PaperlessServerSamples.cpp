@@ -14,32 +14,32 @@ constexpr Micros day = 24 * 3600 * second;
 constexpr Micros sampleNow = 1'767'225'600 * second;
 
 constexpr std::array<std::string_view, 64> words{
-    "Rechnung",   "invoice",     "Betrag",    "amount",   "Vertrag",  "contract",  "Überweisung", "payment",
-    "Straße",     "street",      "München",   "Köln",     "Größe",    "size",      "Nummer",      "number",
-    "Kunde",      "customer",    "Datum",     "date",     "Miete",    "rent",      "Strom",       "electricity",
-    "Wasser",     "water",       "Gas",       "Telefon",  "phone",    "Konto",     "account",     "Steuer",
-    "tax",        "Versicherung", "insurance", "Beitrag", "fee",      "Zahlung",   "fällig",      "due",
-    "der",        "the",         "und",       "and",      "für",      "for",       "mit",         "with",
-    "bis",        "until",       "Übersicht", "overview", "Brief",    "letter",    "Käufer",      "buyer",
-    "Lieferung",  "delivery",    "geprüft",   "checked",  "bezahlt",  "paid",      "Anlage",      "annex"};
+    "Rechnung",  "invoice",      "Betrag",    "amount",   "Vertrag", "contract", "Überweisung", "payment",
+    "Straße",    "street",       "München",   "Köln",     "Größe",   "size",     "Nummer",      "number",
+    "Kunde",     "customer",     "Datum",     "date",     "Miete",   "rent",     "Strom",       "electricity",
+    "Wasser",    "water",        "Gas",       "Telefon",  "phone",   "Konto",    "account",     "Steuer",
+    "tax",       "Versicherung", "insurance", "Beitrag",  "fee",     "Zahlung",  "fällig",      "due",
+    "der",       "the",          "und",       "and",      "für",     "for",      "mit",         "with",
+    "bis",       "until",        "Übersicht", "overview", "Brief",   "letter",   "Käufer",      "buyer",
+    "Lieferung", "delivery",     "geprüft",   "checked",  "bezahlt", "paid",     "Anlage",      "annex"};
 
-constexpr std::array<std::string_view, 10> titleStarts{"Rechnung", "Invoice",  "Vertrag", "Contract", "Kontoauszug",
+constexpr std::array<std::string_view, 10> titleStarts{"Rechnung",  "Invoice", "Vertrag", "Contract", "Kontoauszug",
                                                        "Statement", "Brief",   "Letter",  "Beleg",    "Receipt"};
 
 constexpr std::array<std::string_view, 20> companies{
-    "Stadtwerke",  "Telefon AG", "Versicherung", "Autohaus", "Buchhandlung", "Energy Ltd", "Bakery",
-    "Krankenkasse", "Finanzamt", "Hausverwaltung", "Bank",   "Möbelhaus",    "Pharmacy",   "Railways",
-    "Gärtnerei",   "Insurance",  "Zahnarzt",     "Werkstatt", "Verlag",      "Post"};
+    "Stadtwerke",   "Telefon AG", "Versicherung",   "Autohaus",  "Buchhandlung", "Energy Ltd", "Bakery",
+    "Krankenkasse", "Finanzamt",  "Hausverwaltung", "Bank",      "Möbelhaus",    "Pharmacy",   "Railways",
+    "Gärtnerei",    "Insurance",  "Zahnarzt",       "Werkstatt", "Verlag",       "Post"};
 
 constexpr std::array<std::string_view, 10> palette{"#a6cee3", "#1f78b4", "#b2df8a", "#33a02c", "#fb9a99",
                                                    "#e31a1c", "#fdbf6f", "#ff7f00", "#cab2d6", "#6a3d9a"};
 
-constexpr std::array<std::string_view, 10> fieldTypes{"string", "date",  "monetary",     "boolean", "integer",
-                                                      "float",  "url",   "select",       "documentlink", "string"};
+constexpr std::array<std::string_view, 10> fieldTypes{"string", "date", "monetary", "boolean",      "integer",
+                                                      "float",  "url",  "select",   "documentlink", "string"};
 
 /// xorshift64*: the same numbers on every machine.
 class Dice {
-  public:
+public:
     explicit Dice(std::uint64_t seed) : m_state(seed * 0x9E3779B97F4A7C15ULL + 1) {}
     std::size_t below(std::size_t limit) {
         m_state ^= m_state >> 12;
@@ -53,7 +53,7 @@ class Dice {
         return list[below(list.size())];
     }
 
-  private:
+private:
     std::uint64_t m_state;
 };
 
@@ -125,7 +125,8 @@ void addSavedViews(State& state, std::size_t count, Dice& dice) {
         view.showInSidebar = !view.showOnDashboard;
         view.sortField = number % 3 == 0 ? "title" : "created";
         view.sortReverse = number % 2 == 0;
-        view.filterRules.push_back({6, std::to_string(1 + number % std::max<std::size_t>(1, state.table(Kind::Tag).size()))});
+        view.filterRules.push_back(
+            {6, std::to_string(1 + number % std::max<std::size_t>(1, state.table(Kind::Tag).size()))});
         if (number % 2 == 0) view.filterRules.push_back({0, std::string(dice.pick(words))});
         view.owner = 3;
         state.savedViews[view.id] = std::move(view);
@@ -152,7 +153,8 @@ std::string sampleText(Dice& dice, std::size_t bytes) {
 Json sampleValue(Dice& dice, const CustomField& field, Id document) {
     const auto& type = field.dataType;
     if (type == "date") return localDateText(sampleNow - Micros(dice.below(2000)) * day);
-    if (type == "monetary") return "EUR" + std::to_string(1 + dice.below(5000)) + "." + std::to_string(10 + dice.below(90));
+    if (type == "monetary")
+        return "EUR" + std::to_string(1 + dice.below(5000)) + "." + std::to_string(10 + dice.below(90));
     if (type == "boolean") return dice.oneIn(2);
     if (type == "integer") return std::int64_t(dice.below(100000));
     if (type == "float") return double(dice.below(100000)) / 8;
@@ -191,7 +193,8 @@ Document sampleDocument(State& state, Dice& dice, const SampleOptions& options) 
     document.permissions = samplePermissions(dice);
     document.pageCount = std::int64_t(1 + dice.below(4));
     if (dice.oneIn(20)) {
-        document.notes.push_back({state.takeId("notes"), std::string(dice.pick(words)) + " prüfen", document.modified, 3});
+        document.notes.push_back(
+            {state.takeId("notes"), std::string(dice.pick(words)) + " prüfen", document.modified, 3});
     }
     for (std::size_t index = 0; index < options.valuesPerDocument && !state.customFields.empty(); ++index) {
         auto field = Id(1 + (std::size_t(document.id) * options.valuesPerDocument + index) % state.customFields.size());

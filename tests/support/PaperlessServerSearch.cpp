@@ -43,8 +43,8 @@ Query parse(std::string_view text, Micros now) {
         auto space = std::min(text.find(' '), text.size());
         if (colon < space && colon + 1 < text.size() && text[colon + 1] == '[') {
             auto end = text.find(']');
-            auto from = end == std::string_view::npos ? std::nullopt
-                                                      : rangeStart(text.substr(colon + 1, end - colon), now);
+            auto from =
+                end == std::string_view::npos ? std::nullopt : rangeStart(text.substr(colon + 1, end - colon), now);
             if (!from) {
                 query.isBad = true;
                 return query;
@@ -86,7 +86,8 @@ std::size_t hits(const State& state, const Document& document, const Term& term)
     if (term.field == "title") return count(wordsOf(document.title), term.word);
     if (term.field == "correspondent")
         return count(wordsOf(nameOf(state, Kind::Correspondent, document.correspondent)), term.word);
-    if (term.field == "type") return count(wordsOf(nameOf(state, Kind::DocumentType, document.documentType)), term.word);
+    if (term.field == "type")
+        return count(wordsOf(nameOf(state, Kind::DocumentType, document.documentType)), term.word);
     auto total = count(wordsOf(document.content), term.word) + count(wordsOf(document.title), term.word);
     if (!term.field.empty()) return total;
     total += count(wordsOf(tagNames(state, document)), term.word);
@@ -158,23 +159,25 @@ void applySearch(SelectedDocuments& selected, const State& state, const Request&
         }
         auto words = wordsOf(model->content);
         std::set<std::string> vocabulary(words.begin(), words.end());
-        keep(selected,
-             [&](Id id) {
-                 if (id == model->id) return 0.0;
-                 double common = 0;
-                 for (const auto& word : wordsOf(state.documents.at(id).content))
-                     common += vocabulary.contains(word) ? 1 : 0;
-                 return common;
-             },
-             byScore);
+        keep(
+            selected,
+            [&](Id id) {
+                if (id == model->id) return 0.0;
+                double common = 0;
+                for (const auto& word : wordsOf(state.documents.at(id).content))
+                    common += vocabulary.contains(word) ? 1 : 0;
+                return common;
+            },
+            byScore);
     } else if (auto text = request.argument("query")) {
         selected.isSearch = true;
-        auto query = parse(*text, clockNow());
+        auto query = parse(*text, state.clock());
         if (query.isBad || (query.terms.empty() && !query.addedFrom)) {
             selected.ids.clear();
             return;
         }
-        keep(selected, [&](Id id) { return scoreOf(state, state.documents.at(id), query); }, byScore);
+        keep(
+            selected, [&](Id id) { return scoreOf(state, state.documents.at(id), query); }, byScore);
     }
 }
 

@@ -227,7 +227,9 @@ void seedRecorded(State& state, const std::filesystem::path& file, RecordedMomen
         user.password = user.username + "-pass";
         user.token = sha1Hex(user.username);
     });
-    auto plain = [](auto& record, const Json& fields) { applyFields(record, fields); };
+    auto plain = [](auto& record, const Json& fields) {
+        applyFields(record, fields);
+    };
     fill<Group>(state, "groups", json.at("groups"), state.groups, plain);
     for (auto kind : allKinds) {
         auto name = std::string(namesOf(kind).path);
@@ -278,9 +280,9 @@ void seedUsers(State& state) {
         std::vector<std::string> permissions;
     };
     Id id = 3;
-    for (const auto& person : {Person{"admin", "Ada", "Admin", {}, {}}, Person{"alice", "Alice", "Änderer", {1}, all},
-                               Person{"bob", "Bob", "", {2}, viewing}, Person{"carol", "", "", {}, {}},
-                               Person{"dora", "", "", {}, all}}) {
+    for (const auto& person :
+         {Person{"admin", "Ada", "Admin", {}, {}}, Person{"alice", "Alice", "Änderer", {1}, all},
+          Person{"bob", "Bob", "", {2}, viewing}, Person{"carol", "", "", {}, {}}, Person{"dora", "", "", {}, all}}) {
         User user;
         user.id = id++;
         user.username = person.name;

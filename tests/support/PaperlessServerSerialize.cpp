@@ -50,15 +50,13 @@ Json noteAuthor(const State& state, const Note& note, int version) {
     if (version < versionWithNoteAuthors) return *note.user;
     if (!note.user) return nullptr;
     const auto& user = state.users.at(*note.user);
-    return Json{{"id", user.id},
-                {"username", user.username},
-                {"first_name", user.firstName},
-                {"last_name", user.lastName}};
+    return Json{
+        {"id", user.id}, {"username", user.username}, {"first_name", user.firstName}, {"last_name", user.lastName}};
 }
 
 /// Writes the keys of one object, skipping those that weren't asked for.
 class FieldWriter {
-  public:
+public:
     FieldWriter(std::string& to, const std::vector<std::string>& fields) : m_to(to), m_fields(fields) { m_to += '{'; }
 
     /// True when the caller shall append the value now.
@@ -81,7 +79,7 @@ class FieldWriter {
         if (key(name)) m_to += value ? "true" : "false";
     }
 
-  private:
+private:
     std::string& m_to;
     const std::vector<std::string>& m_fields;
     bool m_first = true;
@@ -113,7 +111,9 @@ std::int64_t optionIndex(const CustomField& field, const Json& value) {
 
 } // namespace
 
-Json orNull(const OptionalId& id) { return id ? Json(*id) : Json(nullptr); }
+Json orNull(const OptionalId& id) {
+    return id ? Json(*id) : Json(nullptr);
+}
 
 DocumentShape shapeOf(const Context& context) {
     DocumentShape shape;
@@ -199,8 +199,9 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     if (shape.fullPermissions) {
         if (writer.key("permissions")) appendPermissions(to, document.permissions);
     } else {
-        writer.boolean("user_can_change",
-                       shape.viewer != nullptr && mayChange(*shape.viewer, document.owner, document.permissions));
+        writer.boolean("user_can_change", shape.viewer == nullptr
+                                              ? !document.owner
+                                              : mayChange(*shape.viewer, document.owner, document.permissions));
         writer.boolean("is_shared_by_requester", shape.viewer != nullptr && isShared(document, *shape.viewer));
     }
     if (writer.key("notes")) {
@@ -261,8 +262,9 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     if (shape.fullPermissions) {
         json["permissions"] = permissionsJson(attribute.permissions);
     } else {
-        json["user_can_change"] =
-            shape.viewer != nullptr && mayChange(*shape.viewer, attribute.owner, attribute.permissions);
+        json["user_can_change"] = shape.viewer == nullptr
+                                      ? !attribute.owner
+                                      : mayChange(*shape.viewer, attribute.owner, attribute.permissions);
     }
     if (kind != Kind::Tag || shape.version < 2) return json;
     json["parent"] = orNull(attribute.parent);
@@ -303,8 +305,7 @@ Json customFieldJson(const CustomField& field, int version, std::optional<std::i
 Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions) {
     auto rules = Json::array();
     for (const auto& rule : view.filterRules)
-        rules.push_back(
-            Json{{"rule_type", rule.ruleType}, {"value", rule.value ? Json(*rule.value) : Json(nullptr)}});
+        rules.push_back(Json{{"rule_type", rule.ruleType}, {"value", rule.value ? Json(*rule.value) : Json(nullptr)}});
     Json json{{"id", view.id},
               {"name", view.name},
               {"show_on_dashboard", view.showOnDashboard},
@@ -350,7 +351,8 @@ Json userJson(const State& state, const User& user) {
                 {"is_superuser", user.isSuperuser},
                 {"groups", user.groups},
                 {"user_permissions", user.permissions},
-                {"inherited_permissions", inheritedPermissions(state, user)}};
+                {"inherited_permissions", inheritedPermissions(state, user)},
+                {"is_mfa_enabled", false}};
 }
 
 Json taskJson(const Task& task) {
@@ -359,19 +361,19 @@ Json taskJson(const Task& task) {
                   : task.succeeded                   ? "SUCCESS"
                                                      : "FAILURE";
     auto isDone = task.state == TaskState::Done;
-    return Json{{"id", task.id},
-                {"task_id", task.taskId},
-                {"task_name", "consume_file"},
-                {"task_file_name", task.fileName},
-                {"date_created", localTimeText(task.created)},
-                {"date_done", task.done ? Json(localTimeText(*task.done)) : Json(nullptr)},
-                {"type", "auto_task"},
-                {"status", status},
-                {"result", isDone ? Json(task.result) : Json(nullptr)},
-                {"acknowledged", task.acknowledged},
-                {"related_document",
-                 task.relatedDocument ? Json(std::to_string(*task.relatedDocument)) : Json(nullptr)},
-                {"owner", orNull(task.owner)}};
+    return Json{
+        {"id", task.id},
+        {"task_id", task.taskId},
+        {"task_name", "consume_file"},
+        {"task_file_name", task.fileName},
+        {"date_created", localTimeText(task.created)},
+        {"date_done", task.done ? Json(localTimeText(*task.done)) : Json(nullptr)},
+        {"type", "auto_task"},
+        {"status", status},
+        {"result", isDone ? Json(task.result) : Json(nullptr)},
+        {"acknowledged", task.acknowledged},
+        {"related_document", task.relatedDocument ? Json(std::to_string(*task.relatedDocument)) : Json(nullptr)},
+        {"owner", orNull(task.owner)}};
 }
 
 DocumentCounts countDocuments(const State& state, const User& viewer) {

@@ -12,7 +12,7 @@ inline constexpr int versionWithNoteAuthors = 8;
 inline constexpr int versionWithPlainDates = 9;
 
 struct DocumentShape {
-    const User* viewer = nullptr; ///< empty: nobody may change it, as in the global search
+    const User* viewer = nullptr; ///< empty: nobody in particular, as in the global search
     int version = 2;
     bool fullPermissions = false;
     bool truncated = false;

@@ -44,7 +44,9 @@ std::string newTaskId(State& state) {
            "-" + digits.substr(20, 12);
 }
 
-std::string stemOf(const std::string& fileName) { return fileName.substr(0, fileName.rfind('.')); }
+std::string stemOf(const std::string& fileName) {
+    return fileName.substr(0, fileName.rfind('.'));
+}
 
 std::size_t pagesIn(std::string_view pdf) {
     std::size_t count = 0;
@@ -55,7 +57,9 @@ std::size_t pagesIn(std::string_view pdf) {
     return std::max<std::size_t>(1, count);
 }
 
-bool isWholePdf(std::string_view pdf) { return pdf.find("%%EOF") != std::string_view::npos; }
+bool isWholePdf(std::string_view pdf) {
+    return pdf.find("%%EOF") != std::string_view::npos;
+}
 
 /// Why the upload can't become a document; empty when it can.
 std::string refusal(const State& state, Task& task, const std::string& checksum) {
@@ -108,8 +112,8 @@ void consume(State& state, Task& task) {
 
     Document document;
     document.id = state.takeId("documents");
-    document.title = std::string(
-        textPrefix(upload.title.empty() ? stemOf(task.fileName) : upload.title, longestStoredTitle));
+    document.title =
+        std::string(textPrefix(upload.title.empty() ? stemOf(task.fileName) : upload.title, longestStoredTitle));
     document.mimeType = upload.mimeType;
     auto isText = upload.mimeType.starts_with("text/");
     document.content = isText ? *upload.file : "Text of " + task.fileName;
@@ -148,8 +152,7 @@ void advanceTask(State& state, Task& task) {
 }
 
 Response uploadDocument(Context& context) {
-    if (!hasPermission(context.state, *context.user, "add_document"))
-        return bareText(403, "Insufficient permissions");
+    if (!hasPermission(context.state, *context.user, "add_document")) return bareText(403, "Insufficient permissions");
     auto form = formJson(context.request);
     BodyReader body(form, false);
     Upload upload;

@@ -73,9 +73,9 @@ std::string offsetText(std::int64_t offset) {
 std::string plainText(std::int64_t seconds, std::int64_t fraction) {
     auto civil = civilFrom(seconds);
     char text[64];
-    auto length = std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d", civil.year, civil.month, civil.day,
-                                int(civil.secondOfDay / hour), int(civil.secondOfDay / 60 % 60),
-                                int(civil.secondOfDay % 60));
+    auto length =
+        std::snprintf(text, sizeof text, "%04d-%02u-%02uT%02d:%02d:%02d", civil.year, civil.month, civil.day,
+                      int(civil.secondOfDay / hour), int(civil.secondOfDay / 60 % 60), int(civil.secondOfDay % 60));
     if (fraction != 0) std::snprintf(text + length, sizeof text - std::size_t(length), ".%06d", int(fraction));
     return text;
 }

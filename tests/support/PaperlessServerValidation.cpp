@@ -15,7 +15,9 @@ std::optional<std::string> scalarText(const Json& value) {
     return std::nullopt;
 }
 
-std::string plainText(const Json& value) { return value.is_string() ? value.get<std::string>() : textOf(value); }
+std::string plainText(const Json& value) {
+    return value.is_string() ? value.get<std::string>() : textOf(value);
+}
 
 std::optional<std::vector<Id>> readIds(const Json& action, const char* key, const std::function<bool(Id)>& exists) {
     std::vector<Id> ids;

@@ -20,7 +20,7 @@ std::string invalidKeyText(const Json& key);
 std::string_view typeName(const Json& value);
 
 class BodyReader {
-  public:
+public:
     /// `partial` (a PATCH) lets required fields be missing.
     BodyReader(const Json& body, bool partial) : m_body(body), m_partial(partial) {}
 
@@ -51,7 +51,7 @@ class BodyReader {
     bool failed(std::string_view key) const { return m_errors.contains(std::string(key)); }
     Response errors() const { return jsonResponse(m_errors, 400); }
 
-  private:
+private:
     /// The value to read; reports a missing or null one.
     const Json* take(std::string_view key, bool required, bool nullable);
 
@@ -65,7 +65,9 @@ OptionalId keyNumber(const Json& value);
 
 template <typename Table>
 auto existsIn(const Table& table) {
-    return [&table](Id id) { return table.contains(id); };
+    return [&table](Id id) {
+        return table.contains(id);
+    };
 }
 
 } // namespace ledgerfinch::support

@@ -149,9 +149,8 @@ Response listShareLinks(Context& context) {
     for (const auto& [id, link] : context.state.shareLinks) {
         if (maySee(*context.user, link.owner, {})) ids.push_back(id);
     }
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
-        to += textOf(shareLinkJson(context.state.shareLinks.at(id)));
-    });
+    return pagedResponse(context.request, ids,
+                         [&](std::string& to, Id id) { to += textOf(shareLinkJson(context.state.shareLinks.at(id))); });
 }
 
 Response createShareLink(Context& context) {
@@ -161,7 +160,9 @@ Response createShareLink(Context& context) {
     ShareLink link;
     body.time("expiration", link.expiration);
     OptionalId document;
-    auto exists = [&](Id id) { return context.state.liveDocument(id) != nullptr; };
+    auto exists = [&](Id id) {
+        return context.state.liveDocument(id) != nullptr;
+    };
     body.relation("document", document, exists, true, false);
     body.choice("file_version", link.fileVersion, {"archive", "original"});
     if (body.failed()) return body.errors();
@@ -195,7 +196,7 @@ Response documentShareLinks(Context& context) {
     if (document == nullptr) return notFound();
     if (!maySee(*context.user, document->owner, document->permissions))
         return bareText(403, "Insufficient permissions to add share link");
-    auto now = clockNow();
+    auto now = context.state.clock();
     auto list = Json::array();
     for (auto link = context.state.shareLinks.rbegin(); link != context.state.shareLinks.rend(); ++link) {
         if (link->second.document != document->id) continue;

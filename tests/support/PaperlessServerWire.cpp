@@ -130,7 +130,9 @@ bool Request::flag(std::string_view key) const {
     return lower == "true" || lower == "1";
 }
 
-Response jsonResponse(const Json& body, int status) { return rawJsonResponse(textOf(body), status); }
+Response jsonResponse(const Json& body, int status) {
+    return rawJsonResponse(textOf(body), status);
+}
 
 Response rawJsonResponse(std::string body, int status) {
     Response response;
@@ -139,7 +141,9 @@ Response rawJsonResponse(std::string body, int status) {
     return response;
 }
 
-Response detail(int status, std::string_view text) { return jsonResponse(Json{{"detail", text}}, status); }
+Response detail(int status, std::string_view text) {
+    return jsonResponse(Json{{"detail", text}}, status);
+}
 
 Response bareText(int status, std::string text) {
     auto response = rawJsonResponse(std::move(text), status);
@@ -154,13 +158,17 @@ Response noContent() {
     return response;
 }
 
-Response notFound() { return detail(404, "Not found."); }
+Response notFound() {
+    return detail(404, "Not found.");
+}
 
 Response noMatch(std::string_view className) {
     return detail(404, "No " + std::string(className) + " matches the given query.");
 }
 
-Response forbidden() { return detail(403, "You do not have permission to perform this action."); }
+Response forbidden() {
+    return detail(403, "You do not have permission to perform this action.");
+}
 
 Response serverError() {
     auto response = bareText(500, std::string(serverErrorPage));
@@ -184,7 +192,9 @@ Response redirect(std::string location) {
     return response;
 }
 
-std::string textOf(const Json& json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string textOf(const Json& json) {
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 void appendQuoted(std::string& to, std::string_view text) {
     to += '"';
@@ -195,13 +205,27 @@ void appendQuoted(std::string& to, std::string_view text) {
         to.append(text, done, at - done);
         done = at + 1;
         switch (byte) {
-        case '"': to += "\\\""; break;
-        case '\\': to += "\\\\"; break;
-        case '\n': to += "\\n"; break;
-        case '\r': to += "\\r"; break;
-        case '\t': to += "\\t"; break;
-        case '\b': to += "\\b"; break;
-        case '\f': to += "\\f"; break;
+        case '"':
+            to += "\\\"";
+            break;
+        case '\\':
+            to += "\\\\";
+            break;
+        case '\n':
+            to += "\\n";
+            break;
+        case '\r':
+            to += "\\r";
+            break;
+        case '\t':
+            to += "\\t";
+            break;
+        case '\b':
+            to += "\\b";
+            break;
+        case '\f':
+            to += "\\f";
+            break;
         default: {
             constexpr std::string_view digits = "0123456789abcdef";
             to += "\\u00";
@@ -250,9 +274,13 @@ std::string unescapeUrl(std::string_view text, bool plusIsSpace) {
     return result;
 }
 
-std::string escapeQuery(std::string_view text) { return escapeWith(text, "", true); }
+std::string escapeQuery(std::string_view text) {
+    return escapeWith(text, "", true);
+}
 
-std::string escapePath(std::string_view text, std::string_view safe) { return escapeWith(text, safe, false); }
+std::string escapePath(std::string_view text, std::string_view safe) {
+    return escapeWith(text, safe, false);
+}
 
 std::vector<std::pair<std::string, std::string>> parseQuery(std::string_view text) {
     std::vector<std::pair<std::string, std::string>> pairs;

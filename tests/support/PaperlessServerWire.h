@@ -21,9 +21,9 @@ struct FormPart {
 };
 
 struct Request {
-    std::string method; ///< HEAD stays HEAD
-    std::string target; ///< as it came: path and query, still escaped
-    std::string path;   ///< unescaped
+    std::string method;                                       ///< HEAD stays HEAD
+    std::string target;                                       ///< as it came: path and query, still escaped
+    std::string path;                                         ///< unescaped
     std::vector<std::pair<std::string, std::string>> query;   ///< unescaped, in order
     std::vector<std::pair<std::string, std::string>> headers; ///< names in lower case
     std::string body;

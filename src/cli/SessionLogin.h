@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "app/CompositionRoot.h"
+#include "cli/Command.h"
+
+#include <memory>
+
+namespace ledgerfinch::cli {
+
+struct SessionLogin {
+    std::shared_ptr<ApiHandler> api; ///< null: what stands in the way was said
+    ExitCode failure = ExitCode::Ok;
+};
+
+/// The stored login of the active server, for commands that talk to it. Opens the store.
+SessionLogin restoreSession(Console& console, CompositionRoot& program);
+
+/// The sentence of a refused token.
+inline constexpr std::string_view kTokenRefused = "The server didn't accept the stored token. Please log in again.";
+
+} // namespace ledgerfinch::cli

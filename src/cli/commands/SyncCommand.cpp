@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "cli/BlockingWork.h"
+#include "cli/DisplayText.h"
+#include "cli/Interrupt.h"
+#include "cli/ProgressLine.h"
+#include "cli/SessionLogin.h"
+#include "cli/commands/Commands.h"
+
+#include "connection/Instances.h"
+#include "platform/DispatchQueue.h"
+#include "sync/SyncDriver.h"
+
+#include <algorithm>
+#include <array>
+#include <ostream>
+
+namespace ledgerfinch::cli {
+namespace {
+
+/// What the pass tells, brought to the main thread and onto one line. Outlives the calls that are still queued.
+class SyncDisplay : public std::enable_shared_from_this<SyncDisplay> {
+public:
+    explicit SyncDisplay(Console& console) : m_line(std::in_place, console) {}
+
+    SyncObserver observer() {
+        SyncObserver observer;
+        observer.stage = [self = shared_from_this()](loadingData stage) {
+            mainQueue::async([self, stage] {
+                self->m_stage = stageText(stage);
+                self->m_more.clear();
+                self->show();
+            });
+        };
+        observer.additionalInformation = [self = shared_from_this()](const additionalLoadingInfo& info) {
+            mainQueue::async([self, info] { self->take(info); });
+        };
+        observer.error = [self = shared_from_this()](const std::string& text) {
+            mainQueue::async([self, text] { self->addError(text); });
+        };
+        return observer;
+    }
+    void stopping() {
+        m_stopping = true;
+        show();
+    }
+    /// Takes the line away; what comes later is dropped.
+    std::vector<std::string> end() {
+        m_line.reset();
+        return std::move(m_errors);
+    }
+
+private:
+    void take(const additionalLoadingInfo& info) {
+        if (const auto* success = std::get_if<additionalLoadingInfo::Success>(&info.value))
+            m_more = success->text;
+        else if (const auto* error = std::get_if<additionalLoadingInfo::Error>(&info.value))
+            addError(error->text);
+        else
+            m_more.clear();
+        show();
+    }
+    void addError(const std::string& text) {
+        if (std::find(m_errors.begin(), m_errors.end(), text) == m_errors.end()) m_errors.push_back(text);
+    }
+    void show() {
+        if (!m_line) return;
+        if (m_stopping)
+            m_line->show("Stopping after the record in hand…");
+        else
+            m_line->show(m_more.empty() ? m_stage : m_stage + ": " + m_more);
+    }
+
+    std::optional<ProgressLine> m_line;
+    std::string m_stage;
+    std::string m_more;
+    std::vector<std::string> m_errors;
+    bool m_stopping = false;
+};
+
+ExitCode report(Console& console, SyncOutcome outcome, bool interrupted, const std::string& server) {
+    switch (outcome) {
+    case SyncOutcome::Finished:
+        return interrupted ? ExitCode::Interrupted : ExitCode::Ok;
+    case SyncOutcome::Incomplete:
+        console.complain("Not everything came. What came is kept; the next sync makes up for the rest.");
+        return ExitCode::PartlyFailed;
+    case SyncOutcome::Offline:
+        console.complain("Ledgerfinch runs in offline mode, without a server.");
+        return ExitCode::Refused;
+    case SyncOutcome::NoAnswer:
+        console.complain("No answer from " + printable(server) + ". The local documents stay as they are.");
+        return ExitCode::Unreachable;
+    case SyncOutcome::TokenRefused:
+        console.complain(kTokenRefused);
+        return ExitCode::Refused;
+    case SyncOutcome::AlreadyRunning:
+        console.complain("Another process is syncing this store. Try again later.");
+        return ExitCode::Busy;
+    case SyncOutcome::Stopped:
+        if (interrupted) {
+            console.complain("Stopped. What came until now is kept.");
+            return ExitCode::Interrupted;
+        }
+        console.complain("Stopped, because another server became the active one.");
+        return ExitCode::Failed;
+    }
+    return ExitCode::Internal;
+}
+
+void forgetLastSync(UserDefaults& defaults, const std::string& server) {
+    (void)defaults.set("lastSuccessfulSync", "");
+    (void)updateInstance(defaults, server, std::string(), std::nullopt);
+}
+
+constexpr std::array<OptionDescription, 1> kOptions{{
+    {"full", "", "Fetch every document again, not only those that changed since the last sync."},
+}};
+
+class SyncCommand final : public Command {
+public:
+    std::string_view name() const override { return "sync"; }
+    std::string_view summary() const override { return "Bring the local store up to the server's state."; }
+    std::string_view description() const override {
+        return "Fetches what changed on the active server, then the files that the settings ask for. On a terminal one "
+               "line "
+               "tells how far it is; elsewhere only errors are written.\n\n"
+               "Ctrl-C ends it after the record in hand; everything until then is kept. One process at a time syncs a "
+               "store.";
+    }
+    std::span<const OptionDescription> options() const override { return kOptions; }
+
+    ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
+        auto& console = context.console();
+        auto* program = context.program();
+        if (!program) return context.failure();
+        const auto session = restoreSession(console, *program);
+        if (!session.api) return session.failure;
+        auto& services = program->services();
+        const auto server = services.defaults->string("server").value_or("");
+        if (arguments.has("full")) forgetLastSync(*services.defaults, server);
+
+        const auto display = std::make_shared<SyncDisplay>(console);
+        program->sweepStrays();
+        SyncDriver driver(services, program->core());
+        InterruptWatch watch([&] {
+            driver.stop();
+            display->stopping();
+        });
+        const auto outcome = runBlocking([&] {
+            const auto ended = driver.runSync(session.api, display->observer());
+            driver.downloads().wait();
+            return ended;
+        });
+        for (const auto& error : display->end())
+            if (error != kTokenRefused) console.complain(printable(error));
+        const auto code = report(console, outcome, watch.interrupted(), server);
+        if (code == ExitCode::Ok && console.outIsTerminal) writeSummary(console, program->core());
+        return code;
+    }
+
+private:
+    static void writeSummary(Console& console, CoreDataHandler& core) {
+        FetchRequest all;
+        all.entity = CD_Document::kEntityName;
+        if (const auto count = core.viewContext()->count(all))
+            console.out << "Up to date: " << *count << (*count == 1 ? " document.\n" : " documents.\n");
+    }
+};
+
+} // namespace
+
+std::unique_ptr<Command> makeSyncCommand() {
+    return std::make_unique<SyncCommand>();
+}
+
+} // namespace ledgerfinch::cli

@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "connection/Cancellation.h"
+
+namespace ledgerfinch {
+
+HttpResponse Cancellation::wait(PendingResponse pending) {
+    {
+        const std::lock_guard lock(m_mutex);
+        m_current = &pending;
+        if (m_cancelled) pending.cancel();
+    }
+    auto response = pending.wait();
+    const std::lock_guard lock(m_mutex);
+    m_current = nullptr;
+    return response;
+}
+
+void Cancellation::cancel() {
+    const std::lock_guard lock(m_mutex);
+    m_cancelled = true;
+    if (m_current != nullptr) m_current->cancel();
+}
+
+bool Cancellation::isCancelled() const {
+    const std::lock_guard lock(m_mutex);
+    return m_cancelled;
+}
+
+} // namespace ledgerfinch

@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "connection/ApiHandler.h"
+
+#include "connection/InstanceSwitch.h"
+#include "connection/Instances.h"
+#include "connection/Status.h"
+#include "connection/TokenRequest.h"
+#include "connection/endpoints/Attributes.h"
+#include "connection/endpoints/Pages.h"
+#include "platform/DispatchQueue.h"
+#include "platform/Text.h"
+
+#include <cassert>
+
+namespace ledgerfinch {
+
+namespace {
+
+constexpr std::string_view kCheckPath = "/api/documents/?query=";
+
+HttpRequest checkRequest(Services& services, const std::string& server, std::string_view token) {
+    HttpRequest request;
+    request.url = server + std::string(kCheckPath);
+    ApiHandler::applyCustomHeaders(services, server, request.headers);
+    setHeader(request.headers, "Authorization", "Token " + std::string(token));
+    return request;
+}
+
+} // namespace
+
+std::shared_ptr<ApiHandler> ApiHandler::inert(Services& services, CoreDataHandler& core) {
+    return std::shared_ptr<ApiHandler>(new ApiHandler(services, core, {}));
+}
+
+std::shared_ptr<ApiHandler> ApiHandler::login(Services& services, CoreDataHandler& core, std::string_view server,
+                                              std::string_view user, std::string_view password,
+                                              Cancellation* cancellation, Activation activation) {
+    if (server.empty()) return inert(services, core);
+    auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
+    handler->m_log.info("Connecting to %{public}s", handler->m_server);
+    handler->m_log.info("Obtaining token...");
+    handler->obtainToken(server, user, password, cancellation);
+    handler->readCurrentUser(cancellation);
+    const bool cancelled = cancellation != nullptr && cancellation->isCancelled();
+    if (handler->Error() == "Success" && activation == Activation::Now && !cancelled) {
+        (void)services.defaults->set("server", server);
+        const auto connected = ConnectedInstances::load(*services.defaults);
+        if (const auto* entry = connected.find(server)) adoptInstanceVersion(*services.defaults, entry->second);
+    }
+    return handler;
+}
+
+std::shared_ptr<ApiHandler> ApiHandler::withToken(Services& services, CoreDataHandler& core, std::string_view server,
+                                                  std::string_view token, Cancellation* cancellation,
+                                                  Activation activation) {
+    auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
+    handler->m_token = token;
+    handler->m_error = "Success";
+    if (activation == Activation::Now) {
+        (void)services.defaults->set("server", server);
+        (void)services.defaults->set("offlineMode", false);
+    }
+    handler->readCurrentUser(cancellation);
+    return handler;
+}
+
+ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& core, std::string_view server,
+                                         Activation activation) {
+    const auto reading = KeychainHandler(services).readToken(server);
+    if (reading.state == SecretState::Unavailable) return SecretsUnavailable{reading.reason};
+    if (!text::isValidUtf8(reading.data)) fatal("The stored token is damaged.");
+    if (reading.data.empty() || server.empty()) return NoToken{};
+
+    auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
+    handler->m_token = reading.data;
+    handler->m_error = "Success";
+    const auto response = handler->send(checkRequest(services, handler->m_server, reading.data));
+    if (response.status == 401) return Refused{};
+    if (activation == Activation::Now) (void)services.defaults->set("offlineMode", false);
+    // Who didn't answer the first question isn't asked a second one.
+    handler->readCurrentUser(nullptr, effectiveStatus(response) != status::kNoAnswer);
+    return handler;
+}
+
+std::optional<ApiError> ApiHandler::checkToken(Services& services, std::string_view server, std::string_view token,
+                                               Cancellation* cancellation) {
+    const auto address = addresses::withoutSlash(server);
+    if (!addresses::isValid(address)) return ApiError::invalidURL();
+    if (!isPlausibleToken(token)) return ApiError::invalidCredentials();
+    assert(!mainQueue::isCurrent());
+    auto pending = services.http->start(checkRequest(services, address, token));
+    const auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : pending.wait();
+    if (response.status == 401) return ApiError::invalidCredentials();
+    return std::nullopt;
+}
+
+std::optional<std::string> ApiHandler::keepToken(std::string_view given, const std::string& token,
+                                                 const HttpResponse& response) {
+    // The entry comes first: a server that is known by its token alone would work in the store of offline mode.
+    const auto registered = registerInstance(*m_services.defaults, given);
+    if (!registered) return registered.error().message;
+    if (const auto version = header(response.headers, "x-version"); version && !version->empty())
+        (void)updateInstance(*m_services.defaults, given, std::nullopt, *version);
+    const auto saved = KeychainHandler(m_services).saveToken(token, m_server);
+    if (!saved) return ApiError::secretsUnavailable(saved.error().message).localizedDescription();
+    m_log.info("saved token to keychain at %{public}s", m_server);
+    return std::nullopt;
+}
+
+void ApiHandler::obtainToken(std::string_view given, std::string_view user, std::string_view password,
+                             Cancellation* cancellation) {
+    auto outcome = [this](std::string text) {
+        const std::lock_guard lock(m_mutex);
+        m_error = std::move(text);
+    };
+    if (!addresses::isValid(m_server)) return;
+    HttpRequest request = tokenRequest(m_server, user, password);
+    HttpHeaders custom;
+    applyCustomHeaders(m_services, m_server, custom);
+    // What this request says about itself stands above the custom headers.
+    for (const auto& [name, value] : request.headers)
+        setHeader(custom, name, value);
+    request.headers = std::move(custom);
+    for (const auto& [name, value] : request.headers)
+        m_log.debug("HEADERS: %{public}s: %s", name, value);
+
+    const auto response = send(std::move(request), cancellation);
+    if (response.error && response.body.empty()) {
+        m_log.error("URLSession returned error: %{public}s\nTried connecting to: %s/api/token/",
+                    response.error->description, m_server);
+        outcome(response.error->description);
+        return;
+    }
+    if (response.status == 0 && !response.error) {
+        m_log.error("URLSession encountered an unexpected error.");
+        return;
+    }
+    const auto answer = readTokenAnswer(response.body);
+    if (answer.token && response.status == 200) {
+        m_log.info("Received token from server, proceeding...");
+        if (cancellation != nullptr && cancellation->isCancelled()) return;
+        const auto objection = keepToken(given, *answer.token, response);
+        {
+            const std::lock_guard lock(m_mutex);
+            m_token = *answer.token;
+        }
+        outcome(objection.value_or("Success"));
+    } else if (answer.isObject) {
+        outcome("Login Information incorrect!");
+    }
+    if (response.status != 200) outcome("Server responded: " + std::to_string(response.status));
+}
+
+void ApiHandler::readCurrentUser(Cancellation* cancellation, bool mayAsk) {
+    if (m_server.empty()) return;
+    const auto stored = m_services.defaults->integer(m_server + "currentUserId");
+    m_currentUserID = stored.value_or(0);
+    // What the fetch stores reaches the handlers made after this one.
+    if (m_currentUserID == 0 && mayAsk && !Token().empty()) (void)fetchUserSettings(*this, cancellation);
+}
+
+} // namespace ledgerfinch

@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "connection/ApiHandler.h"
+#include "connection/Fetch.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ledgerfinch {
+
+/// What the reader of a page found in it.
+struct PageStep {
+    /// What the page counts as; the walk goes on only after 200.
+    int status = 0;
+    /// Address of the next page; absent after the last.
+    std::optional<std::string> next;
+    /// Runs while the next page is on its way. May be empty.
+    std::function<void()> merge;
+};
+
+/// Where a list begins and how its pages are asked for.
+struct PageWalk {
+    std::string path;
+    ApiHandler::Accept firstPage = ApiHandler::Accept::Yes;
+    ApiHandler::Accept nextPages = ApiHandler::Accept::Yes;
+};
+
+/// Reads a list page by page and gives the status of the last one. The address of a next page is followed only to the
+/// same server under its own path, only once, and not without end: otherwise the walk fails with status::kBadNextPage.
+/// The reader gets the answer and the address it came from.
+int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options,
+              const std::function<PageStep(const HttpResponse&, const std::string& url)>& read);
+
+/// The options with a context: an operation stays with the store that was open when it began, whatever is opened
+/// meanwhile.
+[[nodiscard]] FetchOptions withContext(const ApiHandler& api, FetchOptions options);
+
+/// The address for the log: of its query only what tells nothing about papers.
+[[nodiscard]] std::string loggableUrl(std::string_view url);
+
+/// The status of an answer: status::kNoAnswer when there is none, or only a part of one.
+[[nodiscard]] int effectiveStatus(const HttpResponse& response);
+
+} // namespace ledgerfinch

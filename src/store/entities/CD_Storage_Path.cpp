@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "store/entities/CD_Storage_Path.h"
+
+#include "store/entities/CD_Document.h"
+#include "store/entities/CD_Group.h"
+#include "store/entities/CD_User.h"
+
+namespace ledgerfinch {
+
+std::vector<Ref<CD_Document>> CD_Storage_Path::ofDocument() const {
+    return many<"ofDocument", CD_Document>();
+}
+void CD_Storage_Path::setOfDocument(const std::vector<Ref<CD_Document>>& members) {
+    setMany<"ofDocument", CD_Document>(members);
+}
+Ref<CD_User> CD_Storage_Path::owner() const {
+    return one<"owner", CD_User>();
+}
+void CD_Storage_Path::setOwner(const Ref<CD_User>& target) {
+    setOne<"owner", CD_User>(target);
+}
+std::vector<Ref<CD_User>> CD_Storage_Path::viewable_by_users() const {
+    return many<"viewable_by_users", CD_User>();
+}
+void CD_Storage_Path::setViewable_by_users(const std::vector<Ref<CD_User>>& members) {
+    setMany<"viewable_by_users", CD_User>(members);
+}
+std::vector<Ref<CD_User>> CD_Storage_Path::editable_by_users() const {
+    return many<"editable_by_users", CD_User>();
+}
+void CD_Storage_Path::setEditable_by_users(const std::vector<Ref<CD_User>>& members) {
+    setMany<"editable_by_users", CD_User>(members);
+}
+std::vector<Ref<CD_Group>> CD_Storage_Path::viewable_by_groups() const {
+    return many<"viewable_by_groups", CD_Group>();
+}
+void CD_Storage_Path::setViewable_by_groups(const std::vector<Ref<CD_Group>>& members) {
+    setMany<"viewable_by_groups", CD_Group>(members);
+}
+std::vector<Ref<CD_Group>> CD_Storage_Path::editable_by_groups() const {
+    return many<"editable_by_groups", CD_Group>();
+}
+void CD_Storage_Path::setEditable_by_groups(const std::vector<Ref<CD_Group>>& members) {
+    setMany<"editable_by_groups", CD_Group>(members);
+}
+
+} // namespace ledgerfinch

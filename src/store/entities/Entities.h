@@ -1,0 +1,20 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#pragma once
+
+#include "store/entities/CD_Correspondent.h"
+#include "store/entities/CD_Custom_Field.h"
+#include "store/entities/CD_Custom_Field_Value.h"
+#include "store/entities/CD_Custom_Filter.h"
+#include "store/entities/CD_Custom_Query.h"
+#include "store/entities/CD_Document.h"
+#include "store/entities/CD_Document_Content.h"
+#include "store/entities/CD_Document_Type.h"
+#include "store/entities/CD_Filter_Rule.h"
+#include "store/entities/CD_Group.h"
+#include "store/entities/CD_Note.h"
+#include "store/entities/CD_Permission.h"
+#include "store/entities/CD_Saved_View.h"
+#include "store/entities/CD_Storage_Path.h"
+#include "store/entities/CD_Tag.h"
+#include "store/entities/CD_User.h"
+#include "store/entities/RepairEntry.h"

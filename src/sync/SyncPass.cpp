@@ -1,0 +1,297 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "sync/SyncPass.h"
+
+#include "connection/Instances.h"
+#include "connection/Status.h"
+#include "connection/endpoints/Attributes.h"
+#include "connection/endpoints/Documents.h"
+#include "platform/Text.h"
+#include "store/RepairList.h"
+#include "sync/SyncLock.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace ledgerfinch {
+namespace {
+
+constexpr std::string_view kUnknownVersion = "1.0.0";
+constexpr std::string_view kPartialSyncFrom = "1.14.5";
+/// In the repair list, under an entity's name: its list did not come, so documents were merged without what they refer
+/// to in it. No record has this id.
+constexpr std::int64_t kWholeList = 0;
+
+/// Keeps the machine awake for as long as it lives.
+class IdleTimerDisabled {
+public:
+    explicit IdleTimerDisabled(IdleInhibitor& idle) : m_idle(idle) { m_idle.setIdleTimerDisabled(true); }
+    ~IdleTimerDisabled() { m_idle.setIdleTimerDisabled(false); }
+    IdleTimerDisabled(const IdleTimerDisabled&) = delete;
+    IdleTimerDisabled& operator=(const IdleTimerDisabled&) = delete;
+
+private:
+    IdleInhibitor& m_idle;
+};
+
+/// One list of attributes: asked for when the server is new enough.
+struct AttributeStep {
+    loadingData stage;
+    std::string_view gate; ///< empty: every server has it
+    int (*fetch)(ApiHandler&, const FetchOptions&);
+    std::string_view done;
+    std::string_view entity; ///< where documents can't be linked to its records later on
+};
+
+// Users refer to groups, and everything else to users.
+constexpr std::array kAttributeSteps{
+    AttributeStep{loadingData::users, "", fetchUsers, "Finished updating users", CD_User::kEntityName},
+    AttributeStep{loadingData::tags, "", fetchTags, "Finished updating tags", ""},
+    AttributeStep{loadingData::document_types, "", fetchDocumentTypes, "Finished updating document types", ""},
+    AttributeStep{loadingData::correspondents, "", fetchCorrespondents, "Finished updating correspondents", ""},
+    AttributeStep{loadingData::storage_paths, "1.8.0", fetchStoragePaths, "Finished updating storage paths", ""},
+    AttributeStep{loadingData::custom_fields, "2.0.0", fetchCustomFields, "Finished updating custom fields",
+                  CD_Custom_Field::kEntityName},
+    AttributeStep{loadingData::custom_views, "", fetchSavedViews, "Finished updating custom views", ""},
+};
+
+} // namespace
+
+SyncPass::SyncPass(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api, SyncCaller caller,
+                   SyncObserver observer, SyncHooks hooks, std::function<bool()> stopRequested)
+    : m_services(services), m_core(core), m_api(std::move(api)), m_caller(caller), m_observer(std::move(observer)),
+      m_hooks(std::move(hooks)), m_stopRequested(std::move(stopRequested)),
+      m_log(services.logger(caller == SyncCaller::Screen ? "DocumentsView" : "SyncWithServerIntent")) {}
+
+SyncOutcome SyncPass::run() {
+    const SyncOutcome outcome = runAwake();
+    // Only now: whoever restores the login must not find the refused token again. A pass that stopped speaks of a
+    // server that is no longer the active one.
+    if (m_refused && outcome != SyncOutcome::Stopped) {
+        if (m_observer.error) m_observer.error("The server didn't accept the stored token. Please log in again.");
+        if (m_observer.loggedOut) m_observer.loggedOut();
+    }
+    if (m_observer.reloadList) m_observer.reloadList();
+    return outcome;
+}
+
+SyncOutcome SyncPass::runAwake() {
+    const IdleTimerDisabled awake(*m_services.idle);
+    if (m_services.defaults->boolean("offlineMode").value_or(false)) return SyncOutcome::Offline;
+    if (!capture()) {
+        m_log.info("Server and store have changed, not syncing");
+        return SyncOutcome::Stopped;
+    }
+    const auto lock = SyncLock::tryLock(m_services.paths, m_container->file());
+    if (!lock) {
+        m_log.info("Another sync of this store is running");
+        return SyncOutcome::AlreadyRunning;
+    }
+    if (m_hooks.began) m_hooks.began();
+    const SyncOutcome outcome = runLocked();
+    stage(loadingData::finished);
+    const bool endedEarly = outcome == SyncOutcome::NoAnswer || outcome == SyncOutcome::Stopped;
+    if (!endedEarly && m_hooks.ended) m_hooks.ended();
+    return outcome;
+}
+
+SyncOutcome SyncPass::runLocked() {
+    m_today = dates::formatDateOnly(m_services.clock->now());
+    stage(loadingData::users); // groups come first under the text of the users
+    const int groups = fetchList(fetchGroups, CD_Group::kEntityName);
+    if (m_caller == SyncCaller::Screen && groups == status::kNoAnswer) {
+        m_log.error("Connection to server timed out. Skipping other tasks...");
+        return SyncOutcome::NoAnswer;
+    }
+    m_refused = groups == 401;
+    m_log.debug("Finished updating groups");
+    if (!fetchAttributes()) return SyncOutcome::Stopped;
+
+    stage(loadingData::documents);
+    const int documents = fetchDocuments();
+    if (mustStop()) return SyncOutcome::Stopped;
+    keepResult(documents == 200);
+    m_log.debug("Finished updating documents");
+    repair(documents);
+    if (mustStop()) return SyncOutcome::Stopped;
+    if (m_refused) return SyncOutcome::TokenRefused;
+    return documents == 200 && !m_listsFailed ? SyncOutcome::Finished : SyncOutcome::Incomplete;
+}
+
+bool SyncPass::capture() {
+    m_server = m_services.defaults->string("server").value_or("");
+    m_container = m_core.persistenceContainer();
+    m_context = m_core.backgroundContext();
+    if (m_api->isInert() || !addresses::same(m_api->Server(), m_server)) return false;
+    if (m_core.isOfflineStore() || &m_context->container() != m_container.get()) return false;
+    // After a failed move the old store is still open: it must not take another server's documents.
+    const auto instances = ConnectedInstances::load(*m_services.defaults);
+    const auto* entry = instances.find(m_server);
+    return !entry || m_core.storeName() == entry->second.store;
+}
+
+bool SyncPass::mustStop() const {
+    return (m_stopRequested && m_stopRequested()) || m_core.persistenceContainer() != m_container ||
+           !addresses::same(m_services.defaults->string("server").value_or(""), m_server);
+}
+
+FetchOptions SyncPass::options() const {
+    FetchOptions options;
+    options.context = m_context;
+    options.shouldStop = [this] {
+        return mustStop();
+    };
+    if (m_caller == SyncCaller::Screen) {
+        options.progress = [this](const additionalLoadingInfo& info) {
+            if (m_observer.additionalInformation) m_observer.additionalInformation(info);
+            if (m_observer.reloadList) m_observer.reloadList();
+        };
+    }
+    return options;
+}
+
+bool SyncPass::fetchAttributes() {
+    for (const AttributeStep& step : kAttributeSteps) {
+        if (mustStop()) return false;
+        if (!gateIsOpen(step.gate)) {
+            noteDelivery(step.entity, false);
+            continue;
+        }
+        stage(step.stage);
+        fetchList(step.fetch, step.entity);
+        m_log.debug(step.done);
+    }
+    return !mustStop();
+}
+
+int SyncPass::fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::string_view entity) {
+    auto quietly = options();
+    quietly.progress = {};
+    bool whole = true;
+    quietly.incomplete = [&whole] {
+        whole = false;
+    };
+    const int status = fetch(*m_api, quietly);
+    // Some accounts may not list users and groups; that is no failure of the pass.
+    if (status != 403 && (status != 200 || !whole)) m_listsFailed = true;
+    // With a refused token no document comes either.
+    if (status != status::kStopped && status != 401) noteDelivery(entity, status == 200 && whole);
+    return status;
+}
+
+/// Documents lose what they refer to in a list that isn't there (an owner, permissions, field values), and a server
+/// delivers them again only when they change. So the failure is remembered until the list has come, and then every
+/// document is asked for once more.
+void SyncPass::noteDelivery(std::string_view entity, bool whole) {
+    if (entity.empty()) return;
+    RepairList list(m_core);
+    if (!whole) {
+        m_notesFailed = !list.add(entity, kWholeList, RepairList::kUnresolved, m_context).ok() || m_notesFailed;
+        return;
+    }
+    const auto entries = list.entries(RepairList::kUnresolved, m_context);
+    if (std::any_of(entries.begin(), entries.end(),
+                    [&](const RepairItem& item) { return item.kind == entity && item.id == kWholeList; }))
+        m_redelivered.emplace_back(entity);
+}
+
+/// After every document has come, with the lists in place.
+void SyncPass::forgetUndelivered() {
+    for (const auto& entity : std::exchange(m_redelivered, {}))
+        if (const auto removed = RepairList(m_core).remove(entity, kWholeList, RepairList::kUnresolved, m_context);
+            !removed)
+            m_log.error("Couldn't note a repair: %{public}s", removed.error().message);
+}
+
+bool SyncPass::gateIsOpen(std::string_view gate) const {
+    if (gate.empty()) return true;
+    const std::string version = serverVersion();
+    const bool takesUnknown = m_caller == SyncCaller::Screen && version == kUnknownVersion;
+    return takesUnknown || text::compareNumeric(version, gate) >= 0;
+}
+
+int SyncPass::fetchDocuments() {
+    const int documents = fetchDocumentsFromServer();
+    const bool saved = savePending();
+    if (documents != 200) return documents;
+    if (!saved || m_notesFailed) return status::kUnreadable;
+    forgetUndelivered();
+    return documents;
+}
+
+/// The older of the setting's and the server's own date; empty when either is. They differ when a switch of the server
+/// was cut off between the two, and the former server's date would skip what changed here.
+std::string SyncPass::lastSync() const {
+    const std::string setting = m_services.defaults->string("lastSuccessfulSync").value_or("");
+    const auto instances = ConnectedInstances::load(*m_services.defaults);
+    const auto* entry = instances.find(m_server);
+    return entry ? std::min(setting, entry->second.lastSuccessfulSync) : setting;
+}
+
+int SyncPass::fetchDocumentsFromServer() {
+    const std::string since = lastSync();
+    const bool partial = text::compareNumeric(serverVersion(), kPartialSyncFrom) >= 0 && dates::parseDateOnly(since);
+    if (!partial || !m_redelivered.empty()) {
+        m_log.debug("Doing full sync...");
+        return fetchAllDocuments(*m_api, options());
+    }
+    m_log.debug("Doing partial sync...");
+    const int changed = fetchChangedDocuments(*m_api, since, options());
+    // Nothing is removed on the word of a server whose last answer made no sense.
+    if (changed != 200 || mustStop()) return changed;
+    return removeOutdatedDocuments(*m_api, options());
+}
+
+/// What an earlier save could not write is still pending. Dropped if it still can't be written: the unchanged date
+/// makes the next pass fetch it again.
+bool SyncPass::savePending() {
+    bool saved = true;
+    m_context->performAndWait([&] {
+        if (!m_context->hasChanges() || m_context->save().ok()) return;
+        m_context->rollback();
+        saved = false;
+    });
+    if (!saved) m_log.error("Some of what the server delivered could not be saved");
+    return saved;
+}
+
+void SyncPass::repair(int documentStatus) {
+    m_core.resolveUnresolved(m_context);
+    if (documentStatus == status::kNoAnswer || m_refused || mustStop()) return;
+    auto quietly = options();
+    quietly.progress = {};
+    runRepairs(*m_api, quietly);
+    savePending();
+}
+
+void SyncPass::keepResult(bool whole) {
+    auto& defaults = *m_services.defaults;
+    const std::string version = defaults.string("server_version").value_or("");
+    const auto date = whole ? std::optional(m_today) : std::nullopt;
+    if (const auto kept =
+            updateInstance(defaults, m_server, date, version.empty() ? std::nullopt : std::optional(version));
+        !kept)
+        m_log.error("The state of the instance could not be kept: %{public}s", kept.error().message);
+    if (!whole) return;
+    if (const auto kept = defaults.set("lastSuccessfulSync", m_today); !kept)
+        m_log.error("The date of the sync could not be kept: %{public}s", kept.error().message);
+    // The setting belongs to the active server. When that changed between the question and the write, its date goes
+    // back.
+    const std::string active = defaults.string("server").value_or("");
+    if (addresses::same(active, m_server)) return;
+    const auto instances = ConnectedInstances::load(defaults);
+    const auto* entry = instances.find(active);
+    (void)defaults.set("lastSuccessfulSync", entry ? entry->second.lastSuccessfulSync : std::string());
+}
+
+void SyncPass::stage(loadingData stage) const {
+    if (m_caller == SyncCaller::Screen && m_observer.stage) m_observer.stage(stage);
+}
+
+std::string SyncPass::serverVersion() const {
+    auto version = m_services.defaults->string("server_version").value_or("");
+    return version.empty() ? std::string(kUnknownVersion) : version;
+}
+
+} // namespace ledgerfinch

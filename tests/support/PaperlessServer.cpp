@@ -64,19 +64,20 @@ Json documentJson(const State& state, const Document& document) {
     // Authors as objects, since only these forms can say that an author is gone.
     auto hasGoneAuthor = std::any_of(document.notes.begin(), document.notes.end(),
                                      [](const Note& note) { return !note.user.has_value(); });
-    if (hasGoneAuthor) shape.version = versionWithNoteAuthors;
+    if (hasGoneAuthor) shape.api.hasNoteAuthors = true;
     appendDocument(text, state, document, shape);
     return Json::parse(text);
 }
 
 } // namespace
 
-PaperlessServer::PaperlessServer() : m_routes(std::make_unique<Routes>()), m_dialect(std::make_unique<Dialect>()) {
+PaperlessServer::PaperlessServer() : m_routes(std::make_unique<Routes>()) {
     auto respond = [this](const Request& request) {
         Answer answer;
         {
             std::lock_guard lock(m_mutex);
-            answer = m_routes->answer(m_state, request, *m_dialect);
+            changeModeBefore(request);
+            answer = m_routes->answer(m_state, request, m_release);
         }
         std::lock_guard lock(m_logMutex);
         if (m_logging) {
@@ -127,9 +128,38 @@ int PaperlessServer::port() const {
     return m_face->port();
 }
 
+void PaperlessServer::setMode(ServerMode mode) {
+    std::lock_guard lock(m_mutex);
+    m_modeChanges.clear();
+    m_release = releaseOf(mode);
+}
+
+void PaperlessServer::setModeAfter(std::size_t requests, ServerMode mode, std::string start) {
+    std::lock_guard lock(m_mutex);
+    m_modeChanges.push_back({requests, mode, std::move(start)});
+}
+
+ServerMode PaperlessServer::mode() const {
+    std::lock_guard lock(m_mutex);
+    return m_release.mode;
+}
+
+void PaperlessServer::changeModeBefore(const Request& request) {
+    auto fits = [&](const ModeChange& change) {
+        return (request.method + " " + request.target).starts_with(change.start);
+    };
+    for (const auto& change : m_modeChanges) {
+        if (change.left == 0) m_release = releaseOf(change.mode);
+    }
+    std::erase_if(m_modeChanges, [](const ModeChange& change) { return change.left == 0; });
+    for (auto& change : m_modeChanges) {
+        if (fits(change)) --change.left;
+    }
+}
+
 void PaperlessServer::setVersion(std::string version) {
     std::lock_guard lock(m_mutex);
-    m_dialect->version = std::move(version);
+    m_release.version = std::move(version);
 }
 
 void PaperlessServer::setTime(Micros time) {
@@ -289,7 +319,7 @@ Json PaperlessServer::recordJson(std::string_view table, Id id) const {
         shape.fullPermissions = true;
         return attributeJson(m_state, *kind, m_state.table(*kind).at(id), shape);
     }
-    if (table == "custom_fields") return customFieldJson(m_state.customFields.at(id), 2, std::nullopt);
+    if (table == "custom_fields") return customFieldJson(m_state.customFields.at(id), {}, std::nullopt);
     if (table == "saved_views") return savedViewJson(m_state.savedViews.at(id), {}, true);
     if (table == "users") return userJson(m_state, m_state.users.at(id));
     if (table == "groups") return groupJson(m_state.groups.at(id));

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "support/PaperlessServerFaults.h"
+#include "support/PaperlessServerModes.h"
 #include "support/PaperlessServerRecords.h"
 #include "support/PaperlessServerSamples.h"
 #include "support/PaperlessServerSeed.h"
@@ -22,7 +23,6 @@ namespace ledgerfinch::support {
 
 class HttpFace;
 class Routes;
-struct Dialect;
 
 struct LoggedRequest {
     Request request; ///< method, target, path, query, headers (names in lower case), body, form parts
@@ -54,7 +54,13 @@ public:
     /// "http://127.0.0.1:12345", without a slash at the end. Keeps its value after stop().
     std::string url() const;
     int port() const;
-    /// What x-version says from now on; the default is "2.20.15".
+    /// Which release it is from the next request on; the default is 2.20.15. The records stay and show themselves in
+    /// the form of the other release: a server that is upgraded, or set back, while a client talks to it.
+    void setMode(ServerMode mode);
+    /// The same before the request that follows the next `requests` ones whose "METHOD /path?query" begin with `start`.
+    void setModeAfter(std::size_t requests, ServerMode mode, std::string start = {});
+    ServerMode mode() const;
+    /// What x-version says from now on, until the mode changes; the API versions stay those of the mode.
     void setVersion(std::string version);
     /// Sets the server's clock; it goes on from there.
     void setTime(Micros time);
@@ -119,13 +125,20 @@ public:
     static std::filesystem::path dataFolder();
 
 private:
+    struct ModeChange {
+        std::size_t left = 0; ///< requests before it
+        ServerMode mode = ServerMode::V2_20;
+        std::string start;
+    };
+    void changeModeBefore(const Request& request);
     Json recordJson(std::string_view table, Id id) const;
     std::vector<Id> idsOf(std::string_view table) const;
 
     mutable std::mutex m_mutex;
     State m_state;
     std::unique_ptr<Routes> m_routes;
-    std::unique_ptr<Dialect> m_dialect;
+    Release m_release;
+    std::vector<ModeChange> m_modeChanges;
     PaperlessServerFaults m_faults;
     mutable std::mutex m_logMutex;
     mutable std::condition_variable m_logged;

@@ -125,7 +125,7 @@ Response login(Context& context) {
 
 Response listUsers(Context& context) {
     auto ids = sortedByName(context.state.users, [](const User& user) { return user.username; });
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
         to += textOf(userJson(context.state, context.state.users.at(id)));
     });
 }
@@ -190,7 +190,7 @@ void removeUser(State& state, Id id) {
 
 Response listGroups(Context& context) {
     auto ids = sortedByName(context.state.groups, [](const Group& group) { return group.name; });
-    return pagedResponse(context.request, ids,
+    return pagedResponse(context, ids,
                          [&](std::string& to, Id id) { to += textOf(groupJson(context.state.groups.at(id))); });
 }
 

@@ -99,7 +99,7 @@ Attribute* visible(Context& context, Kind kind) {
 
 Response show(Context& context, Kind kind, const Attribute& attribute, bool withLastCorrespondence) {
     auto counts = countDocuments(context.state, *context.user);
-    AttributeShape shape{context.user, context.version, context.request.flag("full_perms"),
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"),
                          countOf(counts, kind, attribute.id), withLastCorrespondence};
     return jsonResponse(attributeJson(context.state, kind, attribute, shape, &counts));
 }
@@ -133,11 +133,15 @@ std::vector<Id> listedIds(const Context& context, Kind kind) {
 
 Response listAttributes(Context& context, Kind kind) {
     auto counts = countDocuments(context.state, *context.user);
-    AttributeShape shape{context.user, context.version, context.request.flag("full_perms"), 0, false};
-    return pagedResponse(context.request, listedIds(context, kind), [&](std::string& to, Id id) {
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), 0, false};
+    auto ids = listedIds(context, kind);
+    auto write = [&](std::string& to, Id id) {
         shape.documentCount = countOf(counts, kind, id);
         to += textOf(attributeJson(context.state, kind, context.state.table(kind).at(id), shape, &counts));
-    });
+    };
+    auto hasCount = kind == Kind::Tag && context.api.hasDisplayCount;
+    return pagedResponse(context, ids, write, nullptr,
+                         hasCount ? ",\"display_count\":" + std::to_string(ids.size()) : std::string());
 }
 
 Response createAttribute(Context& context, Kind kind) {
@@ -152,7 +156,7 @@ Response createAttribute(Context& context, Kind kind) {
     attribute.id = context.state.takeId(std::string(namesOf(kind).path));
     const auto& stored = context.state.table(kind)[attribute.id] = attribute;
     context.state.changed();
-    AttributeShape shape{context.user, context.version, context.request.flag("full_perms"), std::nullopt, false};
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), std::nullopt, false};
     return jsonResponse(attributeJson(context.state, kind, stored, shape), 201);
 }
 

@@ -86,9 +86,9 @@ CheckedValue checkLinks(const State& state, const Json& value) {
     return good(ids);
 }
 
-CheckedValue checkSelect(const CustomField& field, const Json& value, int version) {
+CheckedValue checkSelect(const CustomField& field, const Json& value, const ApiShape& api) {
     const auto& options = field.options;
-    if (version >= versionWithOptionIds) {
+    if (api.hasOptionIds) {
         auto matches = [&](const SelectOption& option) {
             return value == Json(option.id);
         };
@@ -160,7 +160,7 @@ const std::vector<std::string_view>& dataTypes() {
     return types;
 }
 
-CheckedValue checkCustomValue(const State& state, const CustomField& field, const Json& value, int version) {
+CheckedValue checkCustomValue(const State& state, const CustomField& field, const Json& value, const ApiShape& api) {
     if (value.is_null()) return good(nullptr);
     const auto& type = field.dataType;
     if (type == "url") return checkUrl(value);
@@ -170,12 +170,12 @@ CheckedValue checkCustomValue(const State& state, const CustomField& field, cons
     if (type == "float") return value.is_number() ? good(value.get<double>()) : crash();
     if (type == "monetary") return checkMonetary(value);
     if (type == "documentlink") return checkLinks(state, value);
-    if (type == "select") return checkSelect(field, value, version);
+    if (type == "select") return checkSelect(field, value, api);
     if (type == "longtext") return value.is_string() ? good(value) : crash();
     return checkText(value);
 }
 
-CheckedValues checkCustomValues(const State& state, const Json& list, int version) {
+CheckedValues checkCustomValues(const State& state, const Json& list, const ApiShape& api) {
     CheckedValues checked;
     if (!list.is_array()) {
         auto text = "Expected a list of items but got type \"" + std::string(typeName(list)) + "\".";
@@ -195,7 +195,7 @@ CheckedValues checkCustomValues(const State& state, const Json& list, int versio
             failed = true;
             continue;
         }
-        auto one = checkCustomValue(state, state.customFields.at(*fieldId), *value, version);
+        auto one = checkCustomValue(state, state.customFields.at(*fieldId), *value, api);
         if (one.crashes) checked.crashes = true;
         if (!one.error.empty()) {
             errors.push_back(Json{{"non_field_errors", Json::array({one.error})}});

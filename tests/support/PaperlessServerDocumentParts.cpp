@@ -29,7 +29,7 @@ Found find(Context& context) {
 }
 
 Response showNotes(const Context& context, const Document& document) {
-    auto notes = notesJson(context.state, document, context.version);
+    auto notes = notesJson(context.state, document, context.api);
     if (!notes) return jsonResponse(Json{{"error", "Error retrieving notes, check logs for more detail."}});
     return jsonResponse(*notes);
 }
@@ -70,10 +70,6 @@ std::string storedName(const Document& document, std::string_view extension) {
     char name[32];
     std::snprintf(name, sizeof name, "%07lld", static_cast<long long>(document.id));
     return name + std::string(extension);
-}
-
-std::string checksumOf(const Document& document) {
-    return document.checksum.empty() ? md5Hex(originalFile(document)) : document.checksum;
 }
 
 /// Django's file answers: a plain ASCII name and the real one.
@@ -153,7 +149,7 @@ Response documentHistory(Context& context) {
 Response documentMetadata(Context& context) {
     auto [document, error] = find(context);
     if (document == nullptr) return error;
-    auto checksum = checksumOf(*document);
+    auto checksum = checksumOf(*document, context.release.isThree());
     auto archive = archiveFile(*document);
     Json json{{"original_checksum", checksum},
               {"original_size", originalFile(*document).size()},
@@ -168,7 +164,7 @@ Response documentMetadata(Context& context) {
               {"archive_metadata", nullptr},
               {"lang", "de"}};
     if (document->hasArchive) {
-        json["archive_checksum"] = md5Hex(archive);
+        json["archive_checksum"] = context.release.isThree() ? sha256Hex(archive) : md5Hex(archive);
         json["archive_media_filename"] = storedName(*document, ".pdf");
         json["archive_size"] = archive.size();
         json["archive_metadata"] = Json::array();

@@ -114,8 +114,7 @@ Response searchPage(Context& context, const SelectedDocuments& selected, const s
         if (!appendDocument(to, context.state, document, shape, ",\"__search_hit__\":" + textOf(hit))) crashed = true;
     };
     auto isQuery = context.request.argument("query").has_value() || context.request.argument("more_like_id");
-    auto response =
-        pagedResponse(context.request, selected.ids, write, &all, isQuery ? ",\"corrected_query\":null" : "");
+    auto response = pagedResponse(context, selected.ids, write, &all, isQuery ? ",\"corrected_query\":null" : "");
     if (crashed) return bareText(400, "Error listing search results, check logs for more detail.");
     return response;
 }
@@ -149,7 +148,7 @@ Response listDocuments(Context& context, ListCache& cache) {
     auto shape = shapeOf(context);
     auto crashed = false;
     auto response = pagedResponse(
-        context.request, cached->ids,
+        context, cached->ids,
         [&](std::string& to, Id id) {
             if (!appendDocument(to, context.state, context.state.documents.at(id), shape)) crashed = true;
         },
@@ -160,7 +159,9 @@ Response listDocuments(Context& context, ListCache& cache) {
 Response getDocument(Context& context) {
     const auto* document = visible(context);
     if (document == nullptr) return noDocument(context);
-    return show(context.state, *document, shapeOf(context));
+    auto shape = shapeOf(context);
+    shape.withDuplicates = true;
+    return show(context.state, *document, shape);
 }
 
 Response updateDocument(Context& context) {
@@ -179,7 +180,7 @@ Response updateDocument(Context& context) {
     CheckedValues values;
     const auto* given = body.find("custom_fields");
     if (given != nullptr) {
-        values = checkCustomValues(context.state, *given, context.version);
+        values = checkCustomValues(context.state, *given, context.api);
         if (!values.errors.is_null()) body.failWith("custom_fields", values.errors);
     }
     if (values.crashes) return serverError();
@@ -217,7 +218,7 @@ Response listTrash(Context& context) {
     }
     auto shape = shapeOf(context);
     shape.withoutNotes = true;
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
         appendDocument(to, context.state, context.state.documents.at(id), shape);
     });
 }

@@ -37,7 +37,7 @@ Response getUiSettings(Context& context) {
     auto settings = user.settings;
     settings["update_checking"] = Json{{"backend_setting", "default"}};
     settings["trash_delay"] = 30;
-    settings["version"] = context.serverVersion;
+    settings["version"] = context.release.version;
     settings["app_title"] = nullptr;
     settings["app_logo"] = nullptr;
     settings["auditlog_enabled"] = true;
@@ -116,7 +116,7 @@ Response globalSearch(Context& context) {
     ids.resize(std::min(ids.size(), searchedPerKind));
     std::string documents = "[";
     DocumentShape shape;
-    shape.version = context.version;
+    shape.api = context.api;
     shape.truncated = context.request.flag("truncate_content");
     for (auto id : ids) {
         if (total++ > 0) documents += ',';
@@ -136,7 +136,7 @@ Response globalSearch(Context& context) {
         found.resize(std::min(found.size(), searchedPerKind));
         auto list = Json::array();
         for (const auto* attribute : found) {
-            AttributeShape plain{nullptr, context.version, false, std::nullopt, false};
+            AttributeShape plain{nullptr, context.api, false, std::nullopt, false};
             list.push_back(attributeJson(state, kind, *attribute, plain));
         }
         total += std::int64_t(list.size());
@@ -150,7 +150,7 @@ Response globalSearch(Context& context) {
     auto fields = Json::array();
     for (const auto& [id, field] : state.customFields) {
         if (fields.size() < searchedPerKind && matches(field.name))
-            fields.push_back(customFieldJson(field, context.version, std::nullopt));
+            fields.push_back(customFieldJson(field, context.api, std::nullopt));
     }
     auto users = Json::array();
     if (hasPermission(state, user, "view_user")) {
@@ -202,7 +202,7 @@ Response autocomplete(Context& context) {
 }
 
 Response emptyList(Context& context) {
-    return pagedResponse(context.request, {}, [](std::string&, Id) {});
+    return pagedResponse(context, {}, [](std::string&, Id) {});
 }
 
 Response applicationConfig(Context&) {

@@ -120,7 +120,7 @@ struct Document {
     std::optional<std::int64_t> pageCount;
     std::string mimeType = "application/pdf";
     Micros filed = 0;                            ///< when its files were written
-    std::string checksum;                        ///< MD5 of the original, empty until it is asked for
+    std::string checksum;                        ///< as recorded or of an upload, MD5 or SHA-256; else empty
     std::shared_ptr<const std::string> original; ///< the uploaded bytes; generated from the text when absent
     std::vector<HistoryEntry> history;
 };
@@ -275,5 +275,7 @@ std::string_view textPrefix(std::string_view text, std::size_t length);
 std::string sha1Hex(std::string_view bytes);
 /// 32 hexadecimal digits.
 std::string md5Hex(std::string_view bytes);
+/// 64 hexadecimal digits.
+std::string sha256Hex(std::string_view bytes);
 
 } // namespace ledgerfinch::support

@@ -43,9 +43,9 @@ struct Negotiated {
     bool wantsHtml = false;
 };
 
-Negotiated negotiate(const Request& request, const Dialect& dialect) {
+Negotiated negotiate(const Request& request, const Release& release) {
     Negotiated result;
-    result.version = dialect.standard();
+    result.version = release.standard;
     auto accept = std::string(request.header("accept"));
     if (accept.empty()) return result;
     result.acceptable = false;
@@ -64,7 +64,7 @@ Negotiated negotiate(const Request& request, const Dialect& dialect) {
         auto number = type.substr(at + 8);
         auto version = 0;
         auto [stop, error] = std::from_chars(number.data(), number.data() + number.size(), version);
-        auto isGood = error == std::errc{} && version >= dialect.lowest && version <= dialect.highest;
+        auto isGood = error == std::errc{} && version >= release.lowest && version <= release.highest;
         result.version = isGood ? version : 0;
         break;
     }
@@ -284,18 +284,18 @@ void Routes::addOtherRoutes() {
     add({"processed_mail"}, readOnly, Access::Model, "processedmail", {{"GET", emptyList}});
 }
 
-Response Routes::respond(State& state, const Request& request, const Dialect& dialect, Match& match) {
+Response Routes::respond(State& state, const Request& request, const Release& release, Match& match) {
     const auto& route = *match.route;
-    Context context{state, request, nullptr, dialect.standard(), match.arguments, dialect.version};
+    Context context{state, request, nullptr, release, apiShapeOf(release.mode, release.standard), match.arguments};
     auto method = request.method == "HEAD" ? std::string("GET") : request.method;
     auto handler = std::find_if(route.handlers.begin(), route.handlers.end(),
                                 [&](const auto& entry) { return entry.first == method; });
     if (route.isOutsideApi) return handler == route.handlers.end() ? csrfFailure() : handler->second(context);
 
-    auto negotiated = negotiate(request, dialect);
+    auto negotiated = negotiate(request, release);
     if (!negotiated.acceptable) return detail(406, "Could not satisfy the request Accept header.");
     if (negotiated.version == 0) return detail(406, "Invalid version in \"Accept\" header.");
-    context.version = negotiated.version;
+    context.api = apiShapeOf(release.mode, negotiated.version);
     if (route.access != Access::Public) {
         auto login = loginOf(state, request);
         if (login.user == nullptr) {
@@ -314,7 +314,7 @@ Response Routes::respond(State& state, const Request& request, const Dialect& di
     return handler->second(context);
 }
 
-Answer Routes::answer(State& state, const Request& request, const Dialect& dialect) {
+Answer Routes::answer(State& state, const Request& request, const Release& release) {
     if (isPreflight(request)) return preflightAnswer(state);
     Match match;
     auto path = std::string_view(request.path);
@@ -340,7 +340,7 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     Response response;
     auto isReading = request.method == "GET" || request.method == "HEAD";
     if (match.route != nullptr) {
-        response = respond(state, request, dialect, match);
+        response = respond(state, request, release, match);
     } else if (request.path == "/api/") {
         response = redirect("schema/view/");
     } else if (isReading) {
@@ -366,8 +366,8 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     if (isApi && response.hasAllow) headers.emplace_back("allow", match.route->allow);
     headers.emplace_back("x-frame-options", "SAMEORIGIN");
     if (match.isAuthenticated) {
-        headers.emplace_back("x-api-version", std::to_string(dialect.highest));
-        headers.emplace_back("x-version", dialect.version);
+        headers.emplace_back("x-api-version", std::to_string(release.highest));
+        headers.emplace_back("x-version", release.version);
     }
     headers.emplace_back("content-language", languageOf(request));
     headers.emplace_back("x-content-type-options", "nosniff");

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "support/PaperlessServerSerialize.h"
 
+#include "support/PaperlessServerFiles.h"
 #include "support/PaperlessServerPermissions.h"
 
 #include <algorithm>
@@ -46,8 +47,8 @@ std::vector<Id> tagsByName(const State& state, std::vector<Id> tags) {
     return tags;
 }
 
-Json noteAuthor(const State& state, const Note& note, int version) {
-    if (version < versionWithNoteAuthors) return *note.user;
+Json noteAuthor(const State& state, const Note& note, const ApiShape& api) {
+    if (!api.hasNoteAuthors) return *note.user;
     if (!note.user) return nullptr;
     const auto& user = state.users.at(*note.user);
     return Json{
@@ -100,6 +101,27 @@ bool isShared(const Document& document, const User& viewer) {
            (!document.permissions.viewUsers.empty() || !document.permissions.viewGroups.empty());
 }
 
+/// Other documents with the same file, those in the trash included.
+Json duplicatesJson(const State& state, const Document& document) {
+    auto list = Json::array();
+    for (const auto& [id, other] : state.documents) {
+        if (id == document.id || document.checksum.empty() || other.checksum != document.checksum) continue;
+        list.push_back(Json{{"id", id},
+                            {"title", other.title},
+                            {"deleted_at", other.deletedAt ? Json(utcTimeText(*other.deletedAt)) : Json(nullptr)}});
+    }
+    return list;
+}
+
+/// Every document here has the one version that it came with.
+Json versionsJson(const Document& document) {
+    return Json::array({Json{{"id", document.id},
+                             {"added", utcTimeText(document.added)},
+                             {"version_label", nullptr},
+                             {"checksum", checksumOf(document, true)},
+                             {"is_root", true}}});
+}
+
 /// Index of the option with this id, or -1.
 std::int64_t optionIndex(const CustomField& field, const Json& value) {
     if (!value.is_string()) return -1;
@@ -118,7 +140,7 @@ Json orNull(const OptionalId& id) {
 DocumentShape shapeOf(const Context& context) {
     DocumentShape shape;
     shape.viewer = context.user;
-    shape.version = context.version;
+    shape.api = context.api;
     shape.fullPermissions = context.request.flag("full_perms");
     shape.truncated = context.request.flag("truncate_content");
     if (auto fields = context.request.argument("fields")) {
@@ -147,22 +169,22 @@ std::string publicFileName(const State& state, const Document& document, std::st
     return name;
 }
 
-Json customFieldValueJson(const State& state, const CustomFieldValue& value, int version) {
+Json customFieldValueJson(const State& state, const CustomFieldValue& value, const ApiShape& api) {
     auto field = state.customFields.find(value.field);
     if (field == state.customFields.end() || field->second.dataType != "select") return value.value;
     auto index = optionIndex(field->second, value.value);
     if (index < 0) return nullptr;
-    return version >= versionWithOptionIds ? value.value : Json(index);
+    return api.hasOptionIds ? value.value : Json(index);
 }
 
-std::optional<Json> notesJson(const State& state, const Document& document, int version) {
+std::optional<Json> notesJson(const State& state, const Document& document, const ApiShape& api) {
     auto list = Json::array();
     for (const auto& note : document.notes) {
-        if (!note.user && version < versionWithNoteAuthors) return std::nullopt;
+        if (!note.user && !api.hasNoteAuthors) return std::nullopt;
         list.push_back(Json{{"id", note.id},
                             {"note", note.text},
                             {"created", localTimeText(note.created)},
-                            {"user", noteAuthor(state, note, version)}});
+                            {"user", noteAuthor(state, note, api)}});
     }
     return list;
 }
@@ -181,7 +203,7 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
         writer.text("content", document.content);
     }
     if (writer.key("tags")) appendIds(to, tagsByName(state, document.tags));
-    if (shape.version >= versionWithPlainDates) {
+    if (shape.api.hasPlainDates) {
         writer.text("created", document.created);
     } else {
         writer.text("created", localMidnightText(document.created));
@@ -195,6 +217,8 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     appendOptionalText(writer, to, "original_file_name", document.originalFileName);
     appendOptionalText(writer, to, "archived_file_name",
                        document.hasArchive ? std::optional(publicFileName(state, document, ".pdf")) : std::nullopt);
+    if (shape.api.hasVersions && writer.key("duplicate_documents"))
+        to += textOf(shape.withDuplicates ? duplicatesJson(state, document) : Json::array());
     writer.id("owner", document.owner);
     if (shape.fullPermissions) {
         if (writer.key("permissions")) appendPermissions(to, document.permissions);
@@ -205,7 +229,7 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
         writer.boolean("is_shared_by_requester", shape.viewer != nullptr && isShared(document, *shape.viewer));
     }
     if (writer.key("notes")) {
-        auto notes = shape.withoutNotes ? Json::array() : notesJson(state, document, shape.version);
+        auto notes = shape.withoutNotes ? Json::array() : notesJson(state, document, shape.api);
         if (!notes) return false;
         to += textOf(*notes);
     }
@@ -214,7 +238,7 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
         for (std::size_t index = 0; index < document.customFields.size(); ++index) {
             const auto& value = document.customFields[index];
             to += index > 0 ? ",{\"value\":" : "{\"value\":";
-            to += textOf(customFieldValueJson(state, value, shape.version));
+            to += textOf(customFieldValueJson(state, value, shape.api));
             to += ",\"field\":";
             appendNumber(to, value.field);
             to += '}';
@@ -223,6 +247,10 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     }
     writer.id("page_count", document.pageCount);
     writer.text("mime_type", document.mimeType);
+    if (shape.api.hasVersions) {
+        writer.id("root_document", std::nullopt);
+        if (writer.key("versions")) to += textOf(versionsJson(document));
+    }
     to += extra;
     to += '}';
     return true;
@@ -238,7 +266,7 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     Json json{{"id", attribute.id}, {"slug", slugOf(attribute.name)}, {"name", attribute.name}};
     if (kind == Kind::StoragePath) json["path"] = attribute.path;
     if (kind == Kind::Tag) {
-        if (shape.version < 2) {
+        if (shape.api.hasNumberedColors) {
             json["colour"] = oldColorNumber(attribute.color);
         } else {
             json["color"] = attribute.color;
@@ -266,7 +294,7 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
                                       ? !attribute.owner
                                       : mayChange(*shape.viewer, attribute.owner, attribute.permissions);
     }
-    if (kind != Kind::Tag || shape.version < 2) return json;
+    if (kind != Kind::Tag || !shape.api.hasNestedTags) return json;
     json["parent"] = orNull(attribute.parent);
     auto children = Json::array();
     for (const auto& [id, child] : state.table(Kind::Tag)) {
@@ -283,12 +311,12 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     return json;
 }
 
-Json customFieldJson(const CustomField& field, int version, std::optional<std::int64_t> documentCount) {
+Json customFieldJson(const CustomField& field, const ApiShape& api, std::optional<std::int64_t> documentCount) {
     Json json{{"id", field.id}, {"name", field.name}, {"data_type", field.dataType}};
     if (field.dataType == "select") {
         auto options = Json::array();
         for (const auto& option : field.options) {
-            if (version >= versionWithOptionIds) {
+            if (api.hasOptionIds) {
                 options.push_back(Json{{"id", option.id}, {"label", option.label}});
             } else {
                 options.push_back(option.label);

@@ -98,7 +98,7 @@ Response listSavedViews(Context& context) {
     for (const auto* view : views)
         ids.push_back(view->id);
     auto full = context.request.flag("full_perms");
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
         to += textOf(savedViewJson(context.state.savedViews.at(id), *context.user, full));
     });
 }
@@ -149,7 +149,7 @@ Response listShareLinks(Context& context) {
     for (const auto& [id, link] : context.state.shareLinks) {
         if (maySee(*context.user, link.owner, {})) ids.push_back(id);
     }
-    return pagedResponse(context.request, ids,
+    return pagedResponse(context, ids,
                          [&](std::string& to, Id id) { to += textOf(shareLinkJson(context.state.shareLinks.at(id))); });
 }
 

@@ -2,6 +2,7 @@
 // Requests and answers between the HTTP side and the endpoints, and the bodies that errors have.
 #pragma once
 
+#include "support/PaperlessServerModes.h"
 #include "support/PaperlessServerRecords.h"
 
 #include <functional>
@@ -82,9 +83,9 @@ struct Context {
     State& state;
     const Request& request;
     const User* user = nullptr; ///< empty for public endpoints only
-    int version = 2;
+    const Release& release;
+    ApiShape api;
     std::vector<std::string> arguments; ///< the variable segments of the path
-    std::string serverVersion;
 
     Id id(std::size_t index = 0) const;
 };

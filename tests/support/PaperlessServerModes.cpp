@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "support/PaperlessServerModes.h"
+
+namespace ledgerfinch::support {
+
+std::optional<ServerMode> modeNamed(std::string_view name) {
+    if (name == "2.7") return ServerMode::V2_7;
+    if (name == "2.20") return ServerMode::V2_20;
+    if (name == "3.x") return ServerMode::V3;
+    return std::nullopt;
+}
+
+Release releaseOf(ServerMode mode) {
+    switch (mode) {
+    case ServerMode::V2_7:
+        return {mode, "2.7.2", 1, 5, 1};
+    case ServerMode::V3:
+        return {mode, "3.0.5", 9, 10, 10};
+    case ServerMode::V2_20:
+        break;
+    }
+    return {};
+}
+
+ApiShape apiShapeOf(ServerMode mode, int version) {
+    ApiShape shape;
+    shape.mode = mode;
+    shape.version = version;
+    auto isThree = mode == ServerMode::V3;
+    shape.hasNumberedColors = version < 2;
+    shape.hasOptionIds = version >= 7;
+    shape.hasNoteAuthors = version >= 8;
+    shape.hasPlainDates = version >= 9;
+    shape.listsAll = version < 10;
+    shape.hasPagedTasks = version >= 10;
+    shape.hasDisplayCount = isThree;
+    shape.hasVersions = isThree;
+    shape.hasNestedTags = mode != ServerMode::V2_7 && version >= 2;
+    shape.hasPersonalViews = isThree;
+    shape.hasViewFlags = version < 10;
+    return shape;
+}
+
+} // namespace ledgerfinch::support

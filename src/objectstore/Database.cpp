@@ -2,6 +2,7 @@
 #include "objectstore/Database.h"
 
 #include "objectstore/SqlFunctions.h"
+#include "platform/Escaping.h"
 
 #include <algorithm>
 #include <limits>
@@ -51,6 +52,13 @@ std::string sentenceOf(StoreErrorCode code) {
     default:
         return "The store failed.";
     }
+}
+
+/// https://www.sqlite.org/uri.html
+std::string immutableName(const std::filesystem::path& file) {
+    std::error_code ignored;
+    return "file:" + escaping::percentEncode(std::filesystem::absolute(file, ignored).string(), "%?#") +
+           "?immutable=1";
 }
 
 } // namespace
@@ -124,6 +132,9 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
     case OpenMode::ReadOnly:
         flags |= SQLITE_OPEN_READONLY;
         break;
+    case OpenMode::Immutable:
+        flags |= SQLITE_OPEN_READONLY | SQLITE_OPEN_URI;
+        break;
     case OpenMode::ReadWrite:
         flags |= SQLITE_OPEN_READWRITE;
         break;
@@ -132,7 +143,8 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
         break;
     }
     sqlite3* handle = nullptr;
-    const int opened = sqlite3_open_v2(file.c_str(), &handle, flags, vfs.empty() ? nullptr : vfs.c_str());
+    const std::string name = mode == OpenMode::Immutable ? immutableName(file) : file.string();
+    const int opened = sqlite3_open_v2(name.c_str(), &handle, flags, vfs.empty() ? nullptr : vfs.c_str());
     std::unique_ptr<Database> database(new Database(handle));
     if (opened != SQLITE_OK) return makeError(opened, handle, "opening " + file.filename().string());
 
@@ -141,7 +153,8 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
     sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
-    if (mode == OpenMode::ReadOnly) sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (mode == OpenMode::ReadOnly || mode == OpenMode::Immutable)
+        sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     // 16 MB: nearly as quick as a longer log, and a small disk doesn't fill up with it.
     sqlite3_wal_autocheckpoint(handle, 4'000);
 

@@ -135,7 +135,7 @@ public:
         const auto id = wholeNumber(arguments.positional(0));
         if (!id) return complainOfUsage(console, "ID is a whole number, the one in the first column of list.", name());
         if (arguments.value("output") == "") return complainOfUsage(console, "--output needs a name.", name());
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         ExitCode failure = ExitCode::Ok;
         auto* core = storeToRead(context, *program, failure);

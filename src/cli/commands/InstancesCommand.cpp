@@ -92,7 +92,7 @@ ExitCode use(CommandContext& context, CompositionRoot& program, const std::strin
     const auto connected = ConnectedInstances::load(*services.defaults);
     const auto* entry = connected.find(address);
     if (!entry) {
-        console.complain("There is no instance " + printable(address) + ". See: ledgerfinch-cli instances");
+        console.complain("There is no instance " + named(address) + ". See: ledgerfinch-cli instances");
         return ExitCode::NotFound;
     }
     auto& core = program.core();
@@ -122,7 +122,7 @@ ExitCode remove(CommandContext& context, CompositionRoot& program, const std::st
     const auto connected = ConnectedInstances::load(*program.services().defaults);
     const auto* entry = connected.find(address);
     if (!entry) {
-        console.complain("There is no instance " + printable(address) + ". See: ledgerfinch-cli instances");
+        console.complain("There is no instance " + named(address) + ". See: ledgerfinch-cli instances");
         return ExitCode::NotFound;
     }
     ManageInstancesView view(program.services(), program.core());
@@ -167,6 +167,16 @@ std::span<const OptionDescription> instanceOptions() {
     return options;
 }
 
+std::vector<std::string_view> optionsOf(std::string_view action) {
+    if (action == "use") return {};
+    if (action == "remove") return {"yes"};
+    if (action != "add") return {"json"};
+    std::vector<std::string_view> names;
+    for (const auto& option : loginOptions())
+        names.push_back(option.name);
+    return names;
+}
+
 class InstancesCommand final : public Command {
 public:
     std::string_view name() const override { return "instances"; }
@@ -188,15 +198,20 @@ public:
         const auto address = arguments.positional(1);
         constexpr std::array<std::string_view, 4> kActions{"list", "add", "use", "remove"};
         if (!action.empty() && std::find(kActions.begin(), kActions.end(), action) == kActions.end()) {
-            std::string sentence = "instances knows list, add, use and remove, not " + printable(action) + ".";
+            std::string sentence = "instances knows list, add, use and remove, not " + named(action) + ".";
             if (const auto meant = nearest(action, kActions)) sentence += " Did you mean " + std::string(*meant) + "?";
             return complainOfUsage(context.console(), sentence, name());
         }
         const bool listing = action.empty() || action == "list";
         if (!listing && address.empty())
             return complainOfUsage(context.console(), "instances " + action + " needs an address.", name());
+        if (listing && arguments.positionals().size() > 1)
+            return complainOfUsage(context.console(), "instances list takes no further word.", name());
+        const std::string given = "instances " + (listing ? std::string("list") : action);
+        if (const auto objection = optionOutOfPlace(arguments, options(), optionsOf(action), given))
+            return complainOfUsage(context.console(), *objection, name());
         if (action == "add") return add(context, arguments);
-        auto* program = context.program();
+        auto* program = listing ? context.programToRead() : context.program();
         if (!program) return context.failure();
         if (action == "use") return use(context, *program, address);
         if (action == "remove") return remove(context, *program, address, arguments.has("yes"));

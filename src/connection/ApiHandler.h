@@ -53,12 +53,14 @@ public:
     };
     /// The server answered 401.
     struct Refused {};
-    using Restored = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable, Refused>;
+    /// The caller didn't wait for the answer; nothing was changed.
+    struct Cancelled {};
+    using Restored = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable, Refused, Cancelled>;
     /// With the token kept for the server, tried against it once. A server that doesn't answer, or answers anything but
     /// 401, gives a handler, so that the local data can be worked with. Leaves "server" alone; when there is a handler
     /// sets "offlineMode" to false, unless that is for later.
     static Restored restore(Services& services, CoreDataHandler& core, std::string_view server,
-                            Activation activation = Activation::Now);
+                            Activation activation = Activation::Now, Cancellation* cancellation = nullptr);
 
     /// Tries a token that a person typed; absent when it may be used (any outcome but a broken address or 401).
     static std::optional<ApiError> checkToken(Services& services, std::string_view server, std::string_view token,

@@ -65,7 +65,7 @@ std::shared_ptr<ApiHandler> ApiHandler::withToken(Services& services, CoreDataHa
 }
 
 ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& core, std::string_view server,
-                                         Activation activation) {
+                                         Activation activation, Cancellation* cancellation) {
     const auto reading = KeychainHandler(services).readToken(server);
     if (reading.state == SecretState::Unavailable) return SecretsUnavailable{reading.reason};
     if (!text::isValidUtf8(reading.data)) fatal("The stored token is damaged.");
@@ -74,11 +74,12 @@ ApiHandler::Restored ApiHandler::restore(Services& services, CoreDataHandler& co
     auto handler = std::shared_ptr<ApiHandler>(new ApiHandler(services, core, server));
     handler->m_token = reading.data;
     handler->m_error = "Success";
-    const auto response = handler->send(checkRequest(services, handler->m_server, reading.data));
+    const auto response = handler->send(checkRequest(services, handler->m_server, reading.data), cancellation);
+    if (cancellation != nullptr && cancellation->isCancelled()) return Cancelled{};
     if (response.status == 401) return Refused{};
     if (activation == Activation::Now) (void)services.defaults->set("offlineMode", false);
     // Who didn't answer the first question isn't asked a second one.
-    handler->readCurrentUser(nullptr, effectiveStatus(response) != status::kNoAnswer);
+    handler->readCurrentUser(cancellation, effectiveStatus(response) != status::kNoAnswer);
     return handler;
 }
 

@@ -17,6 +17,13 @@ inline constexpr int kStopped = -3;
 inline constexpr int kNotSent = -4;
 /// The server delivered, but the store could not keep all of it.
 inline constexpr int kNotStored = -5;
+/// The caller cancelled the request while it waited.
+inline constexpr int kCancelled = -6;
+
+/// The caller ended it; that says nothing about the server.
+[[nodiscard]] inline constexpr bool isEndedByCaller(int status) {
+    return status == kStopped || status == kCancelled;
+}
 
 [[nodiscard]] inline constexpr bool isSuccess(int status) {
     return status >= 200 && status < 300;

@@ -46,7 +46,7 @@ int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record,
         return step;
     });
     if (last != 200) return last;
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    if (const auto ended = endedByCaller(options)) return *ended;
     // A list that is shorter than it says itself proves nothing about what is missing in it.
     if (count && static_cast<std::int64_t>(records.size()) < *count) whole = false;
     const auto delivery = !delivered ? Delivery::Absent : whole ? Delivery::Complete : Delivery::Partial;

@@ -111,7 +111,7 @@ int fetchAllDocuments(ApiHandler& api, const FetchOptions& given) {
     const int last = fetchDocumentPages(api, "/api/documents/?" + std::string(kPageQuery), options, pass);
     if (last != 200) return last;
     const bool stored = pass.stored;
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    if (const auto ended = endedByCaller(options)) return *ended;
     if (const auto there = idsOnServer(std::move(pass))) api.core().removeOutdatedDocuments(*there, options.context);
     return stored ? last : status::kNotStored;
 }
@@ -125,11 +125,12 @@ int fetchChangedDocuments(ApiHandler& api, std::string_view modifiedSince, const
     return last == 200 && !pass.stored ? status::kNotStored : last;
 }
 
-DocumentCount fetchDocumentCount(ApiHandler& api) {
+DocumentCount fetchDocumentCount(ApiHandler& api, Cancellation* cancellation) {
     const std::string path = "/api/documents/?truncate_content=True&page_size=1";
-    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
+    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes), cancellation);
     DocumentCount answer;
     answer.status = effectiveStatus(response);
+    if (answer.status == status::kCancelled) return answer;
     if (response.error || response.status == 0)
         logTransportError(api, response, api.Server() + path);
     else if (response.status == 401)
@@ -160,8 +161,8 @@ int fetchMissingDocuments(ApiHandler& api, const std::vector<std::int64_t>& ther
     const auto missing = api.core().missingDocuments(there, options.context);
     if (missing.size() > kFewDocuments) return fetchAllDocuments(api, options);
     for (const auto id : missing) {
-        if (options.shouldStop && options.shouldStop()) return status::kStopped;
-        const int status = fetchDocument(api, id, options.context);
+        if (const auto ended = endedByCaller(options)) return *ended;
+        const int status = fetchDocument(api, id, options.context, options.cancellation);
         if (status != 200 && status != 404) return status;
     }
     return 200;
@@ -171,20 +172,21 @@ int fetchMissingDocuments(ApiHandler& api, const std::vector<std::int64_t>& ther
 
 int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
-    const auto answer = fetchDocumentCount(api);
+    if (const auto ended = endedByCaller(options)) return *ended;
+    const auto answer = fetchDocumentCount(api, options.cancellation);
     if (answer.status != 200) return answer.status;
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    if (const auto ended = endedByCaller(options)) return *ended;
     if (!answer.all) return answer.status;
     api.core().removeOutdatedDocuments(*answer.all, options.context);
     return fetchMissingDocuments(api, *answer.all, options);
 }
 
-int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,
-                  std::shared_ptr<ManagedObjectContext> context) {
+int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::shared_ptr<ManagedObjectContext> context,
+                  Cancellation* cancellation) {
     if (!context) context = api.core().viewContext();
     const std::string path = "/api/documents/" + std::to_string(id) + "/?full_perms=true";
-    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
+    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes), cancellation);
+    if (effectiveStatus(response) == status::kCancelled) return status::kCancelled;
     if (response.error || response.status == 0)
         logTransportError(api, response, api.Server() + path);
     else if (response.status == 401)
@@ -200,8 +202,9 @@ int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,
     return saved.isValid() ? 200 : status::kNotStored;
 }
 
-int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context) {
-    return fetchDocument(api, id, Authority::Merge, std::move(context));
+int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context,
+                  Cancellation* cancellation) {
+    return fetchDocument(api, id, Authority::Merge, std::move(context), cancellation);
 }
 
 } // namespace ledgerfinch

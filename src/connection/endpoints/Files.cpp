@@ -22,6 +22,10 @@ Error failure(const HttpResponse& response) {
     return {response.error ? response.error->description : "The server answered " + std::to_string(code), code};
 }
 
+Error cancelled() {
+    return {"The request was cancelled.", status::kCancelled};
+}
+
 std::string mimeTypeOf(const HttpResponse& response) {
     auto type = header(response.headers, "content-type").value_or("application/octet-stream");
     type = type.substr(0, type.find(';'));
@@ -37,9 +41,10 @@ bool isPage(std::string type) {
 
 } // namespace
 
-std::string fetchOriginalMimeType(ApiHandler& api, std::int64_t documentId) {
+std::string fetchOriginalMimeType(ApiHandler& api, std::int64_t documentId, Cancellation* cancellation) {
     constexpr std::string_view kUnknown = "undefined";
-    const auto response = api.send(api.request("GET", documentPath(documentId, "metadata/"), ApiHandler::Accept::No));
+    const auto response =
+        api.send(api.request("GET", documentPath(documentId, "metadata/"), ApiHandler::Accept::No), cancellation);
     if (effectiveStatus(response) != 200) return std::string(kUnknown);
     const auto metadata = JsonObject::parse(response.body);
     if (!metadata) {
@@ -50,8 +55,10 @@ std::string fetchOriginalMimeType(ApiHandler& api, std::int64_t documentId) {
 }
 
 Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t documentId,
-                                                const std::function<void(std::int64_t, std::int64_t)>& progress) {
-    const auto mimeType = fetchOriginalMimeType(api, documentId);
+                                                const std::function<void(std::int64_t, std::int64_t)>& progress,
+                                                Cancellation* cancellation) {
+    const auto mimeType = fetchOriginalMimeType(api, documentId, cancellation);
+    if (cancellation != nullptr && cancellation->isCancelled()) return cancelled();
     const bool wanted = api.services().defaults->boolean("downloadOriginalFiles").value_or(false);
     const bool supported = DocumentFiles::supportsOriginal(mimeType);
     if (!supported) api.log().info("Found unsupported mime type, downloading archived PDF...");
@@ -59,7 +66,8 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
         api.request("GET", documentPath(documentId, wanted && supported ? "download/?original=true" : "download/"),
                     ApiHandler::Accept::No);
     request.downloadProgress = progress;
-    auto response = api.send(std::move(request));
+    auto response = api.send(std::move(request), cancellation);
+    if (effectiveStatus(response) == status::kCancelled) return cancelled();
     if (effectiveStatus(response) != 200 || response.body.empty()) {
         const auto reason = failure(response);
         api.log().error("Received invalid data while downloading document.");
@@ -77,8 +85,9 @@ Result<DownloadedDocument> downloadDocumentData(ApiHandler& api, std::int64_t do
     return DownloadedDocument{std::move(response.body), std::move(type)};
 }
 
-Result<std::string> downloadThumbnail(ApiHandler& api, std::int64_t documentId) {
-    auto response = api.send(api.request("GET", documentPath(documentId, "thumb/"), ApiHandler::Accept::No));
+Result<std::string> downloadThumbnail(ApiHandler& api, std::int64_t documentId, Cancellation* cancellation) {
+    auto response =
+        api.send(api.request("GET", documentPath(documentId, "thumb/"), ApiHandler::Accept::No), cancellation);
     if (effectiveStatus(response) != 200) return failure(response);
     if (!mimeTypes::looksLikeImage(response.body)) {
         api.log().error("Received invalid data for preview image...");
@@ -88,17 +97,19 @@ Result<std::string> downloadThumbnail(ApiHandler& api, std::int64_t documentId) 
 }
 
 Result<std::filesystem::path> getDocumentFile(ApiHandler& api, const Uuid& uuid, std::int64_t documentId,
-                                              const std::function<void(std::int64_t, std::int64_t)>& progress) {
+                                              const std::function<void(std::int64_t, std::int64_t)>& progress,
+                                              Cancellation* cancellation) {
     const auto& files = api.core().documentFiles();
     if (auto existing = files.existingDocumentFile(uuid)) return *existing;
-    const auto downloaded = downloadDocumentData(api, documentId, progress);
+    const auto downloaded = downloadDocumentData(api, documentId, progress, cancellation);
     if (!downloaded) return downloaded.error();
     return files.storeFile(DocumentFiles::kDocuments, uuid,
                            DocumentFiles::downloadName(uuid, downloaded.value().mimeType), downloaded.value().bytes);
 }
 
-Result<std::filesystem::path> getDocumentPreview(ApiHandler& api, const Uuid& uuid, std::int64_t documentId) {
-    const auto image = downloadThumbnail(api, documentId);
+Result<std::filesystem::path> getDocumentPreview(ApiHandler& api, const Uuid& uuid, std::int64_t documentId,
+                                                 Cancellation* cancellation) {
+    const auto image = downloadThumbnail(api, documentId, cancellation);
     if (!image) return image.error();
     return api.core().documentFiles().storePreview(uuid, image.value());
 }

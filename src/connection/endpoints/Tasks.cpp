@@ -6,8 +6,8 @@
 
 namespace ledgerfinch {
 
-TaskList fetchTasks(ApiHandler& api) {
-    const auto response = api.send(api.request("GET", "/api/tasks/", ApiHandler::Accept::Yes));
+TaskList fetchTasks(ApiHandler& api, Cancellation* cancellation) {
+    const auto response = api.send(api.request("GET", "/api/tasks/", ApiHandler::Accept::Yes), cancellation);
     TaskList list{effectiveStatus(response), {}};
     if (response.status == 401)
         api.log().error("server didn't accept stored token!");
@@ -18,9 +18,9 @@ TaskList fetchTasks(ApiHandler& api) {
     return list;
 }
 
-std::optional<Suggestions> fetchSuggestions(ApiHandler& api, std::int64_t documentId) {
+std::optional<Suggestions> fetchSuggestions(ApiHandler& api, std::int64_t documentId, Cancellation* cancellation) {
     const std::string path = "/api/documents/" + std::to_string(documentId) + "/suggestions/";
-    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::No));
+    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::No), cancellation);
     if (effectiveStatus(response) != 200) return std::nullopt;
     return decodeSuggestions(response.body, api.decodeContext());
 }

@@ -113,7 +113,7 @@ std::filesystem::path CompositionRoot::activeStoreFile() const {
     return m_services.paths.container / (store + ".sqlite");
 }
 
-CompositionRoot::RestoredLogin CompositionRoot::restoreLogin() {
+CompositionRoot::RestoredLogin CompositionRoot::restoreLogin(Cancellation* cancellation) {
     const Logger log = m_services.logger("Ledgerfinch_App");
     const auto server = m_services.defaults->string("server").value_or("");
     const auto reading = KeychainHandler(m_services).readToken(server);
@@ -123,7 +123,7 @@ CompositionRoot::RestoredLogin CompositionRoot::restoreLogin() {
         log.info("No token found");
         return NoToken{};
     }
-    auto handler = ApiHandler::withToken(m_services, *m_core, server, reading.data);
+    auto handler = ApiHandler::withToken(m_services, *m_core, server, reading.data, cancellation);
     log.debug("Logged in at %{public}s", server);
     return handler;
 }

@@ -67,7 +67,7 @@ public:
     using RestoredLogin = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable>;
     /// The stored login of the active server, without asking the server whether it still takes the token. Blocks; not
     /// on the main thread. The store must be open.
-    RestoredLogin restoreLogin();
+    RestoredLogin restoreLogin(Cancellation* cancellation = nullptr);
 
 private:
     CompositionRoot() = default;

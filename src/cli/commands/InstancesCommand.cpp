@@ -2,6 +2,9 @@
 #include "cli/BlockingWork.h"
 #include "cli/ConnectScreen.h"
 #include "cli/DisplayText.h"
+#include "cli/Interruption.h"
+#include "cli/ServerFailure.h"
+#include "cli/SessionLogin.h"
 #include "cli/Table.h"
 #include "cli/WaitForScreen.h"
 #include "cli/commands/Commands.h"
@@ -9,6 +12,7 @@
 #include "app/CompositionRoot.h"
 #include "connection/InstanceSwitch.h"
 #include "connection/Instances.h"
+#include "connection/SettingsChange.h"
 #include "connection/screens/AddInstanceView.h"
 #include "connection/screens/ManageInstancesView.h"
 #include "records/JsonWriter.h"
@@ -63,15 +67,13 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
     if (!program) return context.failure();
     AddInstanceView view(program->services(), program->core());
     fillIn(view, *input, *program->services().defaults);
-    if (!runForm(view, [&] { view.connectToServer(); })) return ExitCode::Interrupted;
+    if (!runForm(view, [&] { view.connectToServer(); })) return complainOfInterruption(console);
     if (view.showSuccess()) {
         console.out << "Instance added! Make it the active one with: ledgerfinch-cli instances use "
                     << printable(input->address()) << '\n';
         return ExitCode::Ok;
     }
-    const auto error = view.error().toStdString();
-    console.complain(printable(error, LineBreaks::Keep));
-    return exitCodeOfConnecting(error);
+    return complainOfConnecting(console, program->services(), view, *input);
 }
 
 /// Why the token of a server can't be used; absent when it can.
@@ -82,7 +84,7 @@ std::optional<std::string> obstacle(const ApiHandler::Restored& restored, const 
     if (const auto* locked = std::get_if<ApiHandler::SecretsUnavailable>(&restored))
         return "The secret store that keeps the token is locked or doesn't answer: " + printable(locked->reason);
     if (std::holds_alternative<ApiHandler::Refused>(restored))
-        return "The server didn't accept the stored token. Please log in again.";
+        return failureText(address, 401, kTokenRefused);
     return std::nullopt;
 }
 
@@ -96,16 +98,26 @@ ExitCode use(CommandContext& context, CompositionRoot& program, const std::strin
         return ExitCode::NotFound;
     }
     auto& core = program.core();
-    const auto restored = runBlocking([&] { return ApiHandler::restore(services, core, entry->first); });
+    Interruption interruption;
+    const auto restored = runBlocking([&] {
+        return ApiHandler::restore(services, core, entry->first, ApiHandler::Activation::Later,
+                                   &interruption.cancellation());
+    });
+    if (interruption.requested()) return complainOfInterruption(console);
     if (const auto reason = obstacle(restored, entry->first)) {
         console.complain(*reason);
         return ExitCode::Refused;
     }
+    SettingsChange settings(*services.defaults);
     // No sync that reads the settings in between may take the one server's date for the other.
-    (void)services.defaults->set("lastSuccessfulSync", "");
-    (void)services.defaults->set("server", entry->first);
-    adoptInstanceVersion(*services.defaults, entry->second);
-    adoptInstanceSyncDate(*services.defaults, entry->second);
+    settings.set("lastSuccessfulSync", "");
+    settings.set("server", entry->first);
+    settings.set("server_version", versionSetting(entry->second));
+    settings.set("lastSuccessfulSync", entry->second.lastSuccessfulSync);
+    settings.set("offlineMode", false);
+    if (const auto& failure = settings.failure())
+        return complainOf(console, services, entry->first, ApiError::settingsUnwritable(failure->message));
+    settings.keep();
     console.out << "Active now: " << printable(entry->first) << '\n';
     return ExitCode::Ok;
 }
@@ -143,6 +155,7 @@ ExitCode remove(CommandContext& context, CompositionRoot& program, const std::st
         console.complain(view.currentInstanceText().toStdString());
         return ExitCode::Failed;
     }
+    if (const auto& failure = view.failure()) return complainOf(console, program.services(), address, *failure);
     if (ConnectedInstances::load(*program.services().defaults).find(address)) {
         console.complain("The instance could not be removed: no other server is active. Switch and try again.");
         return ExitCode::Failed;

@@ -88,7 +88,9 @@ Result<CoreDataHandler::OpenStore> CoreDataHandler::openStore(const std::string&
     const auto file = m_cloud.localRoot() / (name + std::string(kSuffix));
     m_log.debug("Opening store from %s", file.string());
     std::error_code error;
-    if (const auto size = std::filesystem::file_size(file, error); error || size == 0) m_files.noteNewStore();
+    const auto size = std::filesystem::file_size(file, error);
+    if (!error && size == 0) m_log.error("The store %s is an empty file. It is made anew.", name);
+    if (error || size == 0) m_files.noteNewStore();
     auto container = PersistentContainer::open(*m_model, {file, Durability::Normal, {}, m_access}, m_log);
     if (!container) return container.error();
 
@@ -99,6 +101,17 @@ Result<CoreDataHandler::OpenStore> CoreDataHandler::openStore(const std::string&
     store.background->setAutomaticallyMergesChangesFromParent(true);
     store.view->setAutomaticallyMergesChangesFromParent(true);
     return store;
+}
+
+Result<std::shared_ptr<PersistentContainer>> CoreDataHandler::containerFor(std::string_view name) const {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_store.name == name) return m_store.container;
+    }
+    if (!isStoreName(name)) return Error{"The store's name isn't a file name"};
+    const auto file = m_cloud.localRoot() / (std::string(name) + std::string(kSuffix));
+    if (!m_services.files->exists(file)) return Error{"There is no such store"};
+    return PersistentContainer::open(*m_model, {file, Durability::Normal, {}}, m_log);
 }
 
 Result<void> CoreDataHandler::moveTo(const std::string& name, Mode mode) {

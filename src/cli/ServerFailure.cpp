@@ -46,6 +46,7 @@ ExitCode exitCodeOfStatus(int status) {
     case 404:
         return ExitCode::NotFound;
     default:
+        if (status >= 300 && status < 400) return ExitCode::BadData;
         return status >= 500 ? ExitCode::Unreachable : ExitCode::Failed;
     }
 }
@@ -67,9 +68,8 @@ namespace {
 ExitCode exitCodeOf(const ApiError& failure, bool secretsLieInFile) {
     switch (failure.kind) {
     case ApiError::Case::unexpectedResponse:
-        // A server that has no such page isn't the one that was meant; and one that succeeds didn't say what it should.
-        if (failure.status == 404 || status::isSuccess(failure.status)) return ExitCode::BadData;
-        return exitCodeOfStatus(failure.status);
+        // One that succeeds didn't say what it should.
+        return status::isSuccess(failure.status) ? ExitCode::BadData : exitCodeOfStatus(failure.status);
     case ApiError::Case::invalidURL:
         return ExitCode::BadData;
     case ApiError::Case::couldntConnect:

@@ -109,7 +109,7 @@ public:
     ExitCode of(const SyncResult& result, bool interrupted) {
         switch (result.outcome) {
         case SyncOutcome::Finished:
-            return interrupted ? ExitCode::Interrupted : ExitCode::Ok;
+            return interrupted ? stopped() : ExitCode::Ok;
         case SyncOutcome::Incomplete:
             return incomplete(result);
         case SyncOutcome::Offline:
@@ -125,10 +125,7 @@ public:
             m_console.complain("Another process is syncing this store. Try again later.");
             return ExitCode::Busy;
         case SyncOutcome::Stopped:
-            if (interrupted) {
-                m_console.complain("Stopped. What came until now is kept.");
-                return ExitCode::Interrupted;
-            }
+            if (interrupted) return stopped();
             m_console.complain("Stopped, because another server became the active one.");
             return ExitCode::Failed;
         }
@@ -136,6 +133,10 @@ public:
     }
 
 private:
+    [[nodiscard]] ExitCode stopped() const {
+        m_console.complain("Stopped. What came until now is kept.");
+        return ExitCode::Interrupted;
+    }
     void complain(int status, std::string_view reason, std::string_view consequence = {}) {
         m_console.complain(failureText(m_api.Server(), status, reason) + std::string(consequence));
     }

@@ -107,12 +107,15 @@ std::optional<std::vector<std::int64_t>> idsOnServer(Pass pass) {
 
 int fetchAllDocuments(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
+    // Only what was here before the server was asked: what somebody else stores meanwhile isn't on its list.
+    const auto before = api.core().storedDocumentIds(options.context);
     Pass pass;
     const int last = fetchDocumentPages(api, "/api/documents/?" + std::string(kPageQuery), options, pass);
     if (last != 200) return last;
     const bool stored = pass.stored;
     if (const auto ended = endedByCaller(options)) return *ended;
-    if (const auto there = idsOnServer(std::move(pass))) api.core().removeOutdatedDocuments(*there, options.context);
+    if (const auto there = idsOnServer(std::move(pass)))
+        api.core().removeOutdatedDocuments(*there, before, options.context);
     return stored ? last : status::kNotStored;
 }
 
@@ -173,11 +176,12 @@ int fetchMissingDocuments(ApiHandler& api, const std::vector<std::int64_t>& ther
 int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
     if (const auto ended = endedByCaller(options)) return *ended;
+    const auto before = api.core().storedDocumentIds(options.context);
     const auto answer = fetchDocumentCount(api, options.cancellation);
     if (answer.status != 200) return answer.status;
     if (const auto ended = endedByCaller(options)) return *ended;
     if (!answer.all) return answer.status;
-    api.core().removeOutdatedDocuments(*answer.all, options.context);
+    api.core().removeOutdatedDocuments(*answer.all, before, options.context);
     return fetchMissingDocuments(api, *answer.all, options);
 }
 

@@ -94,6 +94,14 @@ ExitCode complainOfUsage(const Console& console, std::string_view sentence, std:
     return ExitCode::Usage;
 }
 
+std::optional<std::string> optionOutOfPlace(const Arguments& arguments, std::span<const OptionDescription> known,
+                                            std::span<const std::string_view> allowed, std::string_view action) {
+    for (const auto& option : known)
+        if (arguments.has(option.name) && std::find(allowed.begin(), allowed.end(), option.name) == allowed.end())
+            return std::string(action) + " takes no --" + std::string(option.name) + ".";
+    return std::nullopt;
+}
+
 std::string usageLine(const Command& command) {
     using Occurs = PositionalDescription::Occurs;
     std::string line = "ledgerfinch-cli " + std::string(command.name());

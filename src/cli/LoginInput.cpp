@@ -2,6 +2,7 @@
 #include "cli/LoginInput.h"
 
 #include "cli/DisplayText.h"
+#include "platform/Text.h"
 
 #include <algorithm>
 #include <array>
@@ -76,6 +77,7 @@ public:
 
 private:
     bool splitAddress(const std::string& url) {
+        if (url.empty()) return isText(url, "The address");
         for (const std::string_view protocol : {"https://", "http://"}) {
             if (!startsWithIgnoringCase(url, protocol)) continue;
             input.connectionProtocol = protocol;
@@ -138,7 +140,8 @@ private:
             secret = firstLine(m_console.in);
         else if (!askFor(secret))
             return false;
-        if (!secret.empty() && secret.size() <= kLongestSecret) return true;
+        if (!secret.empty() && secret.size() <= kLongestSecret)
+            return isText(secret, input.loginWithToken ? "The token" : "The password");
         m_console.complain(secret.empty() ? "Nothing was given to log in with."
                                           : "That is too long to be a password or token.");
         failure = ExitCode::BadData;
@@ -152,8 +155,16 @@ private:
             m_console.err << "Username: " << std::flush;
             input.user = firstLine(m_console.in);
         }
-        if (!input.user.empty()) return true;
+        if (!input.user.empty()) return isText(input.user, "The user name");
         (void)complainOfUsage(m_console, "Who logs in? Give --user NAME, or --token.", m_command);
+        return false;
+    }
+
+    /// Servers take nothing but UTF-8, and something else than what was typed must not go out.
+    bool isText(std::string_view given, std::string_view what) {
+        if (!given.empty() && text::isValidUtf8(given)) return true;
+        m_console.complain(std::string(what) + (given.empty() ? " is empty." : " isn't text in UTF-8."));
+        failure = ExitCode::BadData;
         return false;
     }
 

@@ -69,7 +69,12 @@ private:
     Statement* m_statement;
 };
 
-enum class OpenMode { ReadOnly, ReadWrite, Create };
+enum class OpenMode {
+    ReadOnly,
+    Immutable, ///< read only, of a file that nobody writes: leaves nothing beside it and asks for nothing beside it
+    ReadWrite,
+    Create
+};
 
 /// One connection, used by one thread at a time.
 class Database {

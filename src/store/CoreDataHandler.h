@@ -75,7 +75,9 @@ public:
     static constexpr std::string_view kContainerName = "Ledgerfinch";
 
     /// Opens the store of the active instance. A store that can't be opened ends the program, the file untouched.
-    explicit CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink = nullptr);
+    /// `access` holds for every store it opens.
+    explicit CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink = nullptr,
+                             StoreAccess access = StoreAccess::Write);
     ~CoreDataHandler();
     CoreDataHandler(const CoreDataHandler&) = delete;
     CoreDataHandler& operator=(const CoreDataHandler&) = delete;
@@ -219,6 +221,7 @@ private:
 
     Services& m_services;
     Logger m_log;
+    StoreAccess m_access;
     std::unique_ptr<const Model> m_model;
     CloudDataHandler m_cloud;
     DocumentFiles m_files;

@@ -23,9 +23,9 @@ bool checkedCloudSetting(UserDefaults& defaults, const CloudDataHandler& cloud, 
 
 } // namespace
 
-CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink)
-    : m_services(services), m_log(services.logger("CoreDataHandler")), m_model(makeLedgerfinchModel(std::move(sink))),
-      m_cloud(services), m_files(services, m_cloud) {
+CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink, StoreAccess access)
+    : m_services(services), m_log(services.logger("CoreDataHandler")), m_access(access),
+      m_model(makeLedgerfinchModel(std::move(sink))), m_cloud(services), m_files(services, m_cloud) {
     std::error_code error;
     if (!std::filesystem::is_directory(services.paths.container, error))
         fatal("Shared file container could not be created.");
@@ -91,7 +91,7 @@ Result<CoreDataHandler::OpenStore> CoreDataHandler::openStore(const std::string&
     const auto size = std::filesystem::file_size(file, error);
     if (!error && size == 0) m_log.error("The store %s is an empty file. It is made anew.", name);
     if (error || size == 0) m_files.noteNewStore();
-    auto container = PersistentContainer::open(*m_model, {file, Durability::Normal, {}}, m_log);
+    auto container = PersistentContainer::open(*m_model, {file, Durability::Normal, {}, m_access}, m_log);
     if (!container) return container.error();
 
     OpenStore store{name, mode, *container, (*container)->newBackgroundContext(), (*container)->viewContext()};

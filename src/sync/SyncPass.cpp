@@ -92,7 +92,9 @@ SyncResult SyncPass::runAwake(const SyncRequest& request) {
     if (const auto* without = std::get_if<SyncResult>(&store)) return *without;
     m_core.writeFailure().forget();
     if (m_hooks.began) m_hooks.began();
-    const SyncResult result{runLocked(request.extent), m_core.writeFailure().reason()};
+    SyncResult result{runLocked(request.extent), m_core.writeFailure().reason()};
+    result.status = m_status;
+    result.anythingCame = m_anythingCame;
     if (result.storeFailure && m_caller == SyncCaller::Screen)
         tell(
             additionalLoadingInfo::error("What the server sent can't be kept on this device: " + *result.storeFailure));
@@ -123,6 +125,7 @@ SyncOutcome SyncPass::runLocked(SyncExtent extent) {
     m_today = dates::formatDateOnly(m_services.clock->now());
     stage(loadingData::users); // groups come first under the text of the users
     const int groups = fetchList(fetchGroups, CD_Group::kEntityName);
+    m_status = m_listStatus;
     if (m_caller == SyncCaller::Screen && groups == status::kNoAnswer) {
         m_log.error("Connection to server timed out. Skipping other tasks...");
         return SyncOutcome::NoAnswer;
@@ -134,12 +137,13 @@ SyncOutcome SyncPass::runLocked(SyncExtent extent) {
     stage(loadingData::documents);
     const int documents = fetchDocuments(extent);
     if (mustStop()) return cutShort();
+    m_status = documents == 200 ? m_listStatus : documents;
     keepResult(documents == 200);
     m_log.debug("Finished updating documents");
     repair(documents);
     if (mustStop()) return cutShort();
     if (m_refused) return SyncOutcome::TokenRefused;
-    return documents == 200 && !m_listsFailed ? SyncOutcome::Finished : SyncOutcome::Incomplete;
+    return m_status == 200 ? SyncOutcome::Finished : SyncOutcome::Incomplete;
 }
 
 SyncOutcome SyncPass::cutShort() const {
@@ -183,7 +187,10 @@ FetchOptions SyncPass::options() {
 }
 
 void SyncPass::tell(const additionalLoadingInfo& info) {
-    if (std::holds_alternative<additionalLoadingInfo::Success>(info.value)) ++m_pages;
+    if (std::holds_alternative<additionalLoadingInfo::Success>(info.value)) {
+        ++m_pages;
+        m_anythingCame = true;
+    }
     if (m_observer.additionalInformation) m_observer.additionalInformation(info);
     if (m_observer.reloadList) m_observer.reloadList();
 }
@@ -227,7 +234,9 @@ int SyncPass::fetchList(int (*fetch)(ApiHandler&, const FetchOptions&), std::str
     };
     const int status = fetch(*m_api, quietly);
     // Some accounts may not list users and groups; that is no failure of the pass.
-    if (status != 403 && (status != 200 || !whole)) m_listsFailed = true;
+    if (status == 200) m_anythingCame = true;
+    if (m_listStatus == 200 && status != 403 && !status::isEndedByCaller(status))
+        m_listStatus = whole ? status : status::kUnreadable;
     // With a refused token no document comes either.
     if (!status::isEndedByCaller(status) && status != 401) noteDelivery(entity, status == 200 && whole);
     return status;

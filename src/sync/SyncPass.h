@@ -94,7 +94,9 @@ private:
     std::string m_today; ///< the day the pass began
     bool m_refused = false;
     std::vector<std::string> m_redelivered; ///< lists that failed in an earlier pass and came in this one
-    bool m_listsFailed = false;             ///< one of the attribute lists did not come whole
+    int m_listStatus = 200;                 ///< of the first attribute list that did not come whole
+    int m_status = 200;                     ///< for the result
+    bool m_anythingCame = false;
     bool m_notesFailed = false;             ///< what failed could not be noted
     std::size_t m_pages = 0;                ///< of documents, merged
     std::optional<std::string> m_pageError; ///< of the page that ended the walk

@@ -31,6 +31,11 @@ struct SyncResult {
     /// Why the store could not be written, as with a full disk: the pass ended early then, and the next one asks from
     /// the same date again. A sentence without anything private.
     std::optional<std::string> storeFailure = std::nullopt;
+    /// Of the documents when they did not come whole, else of the first list that didn't; 200 when everything came.
+    /// What a list doesn't give because this account may not see it isn't counted.
+    int status = 200;
+    /// A list came whole, or a page of documents.
+    bool anythingCame = false;
 
     operator SyncOutcome() const { return outcome; }
 };

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What a pass does when the store beneath it is full, was lost, or is written by others meanwhile.
 #include "faultvfs/FaultVfs.h"
-#include "platform/TemporaryFolder.h"
 #include "store/RepairList.h"
 #include "sync/OffMain.h"
 #include "sync/SyncWorld.h"
@@ -9,6 +8,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <future>
 #include <sqlite3.h>
 
@@ -125,7 +125,7 @@ TEST(SyncedStore, ALostStoreIsFilledAgainByAFullPassThoughADateIsRemembered) {
         SCOPED_TRACE(empty ? "empty file" : "no file");
         for (const auto* suffix : {"", "-wal", "-shm"})
             std::filesystem::remove(file.string() + suffix);
-        if (empty) put(file, "");
+        if (empty) std::ofstream(file).flush();
         Device device(folder.path(), world.address());
         ASSERT_NE(device.setting("lastSuccessfulSync"), "");
         EXPECT_EQ(device.log().contains("is an empty file"), empty);

@@ -32,12 +32,12 @@ public:
             return ExitCode::Ok;
         }
         const auto wanted = arguments.positional(0);
-        if (wanted.empty()) {
+        if (arguments.positionals().empty()) {
             console.out << helpText();
             return ExitCode::Ok;
         }
         const auto* command = findCommand(wanted);
-        if (!command) return complainOfUsage(console, "Unknown command " + printable(wanted) + ".");
+        if (!command) return complainOfUsage(console, "Unknown command " + named(wanted) + ".");
         console.out << helpText(*command);
         return ExitCode::Ok;
     }

@@ -2,6 +2,9 @@
 #include "cli/BlockingWork.h"
 #include "cli/ConnectScreen.h"
 #include "cli/DisplayText.h"
+#include "cli/Interruption.h"
+#include "cli/ServerFailure.h"
+#include "cli/SessionLogin.h"
 #include "cli/Table.h"
 #include "cli/WaitForScreen.h"
 #include "cli/commands/Commands.h"
@@ -9,6 +12,7 @@
 #include "app/CompositionRoot.h"
 #include "connection/InstanceSwitch.h"
 #include "connection/Instances.h"
+#include "connection/SettingsChange.h"
 #include "connection/screens/AddInstanceView.h"
 #include "connection/screens/ManageInstancesView.h"
 #include "records/JsonWriter.h"
@@ -63,15 +67,13 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
     if (!program) return context.failure();
     AddInstanceView view(program->services(), program->core());
     fillIn(view, *input, *program->services().defaults);
-    if (!runForm(view, [&] { view.connectToServer(); })) return ExitCode::Interrupted;
+    if (!runForm(view, [&] { view.connectToServer(); })) return complainOfInterruption(console);
     if (view.showSuccess()) {
         console.out << "Instance added! Make it the active one with: ledgerfinch-cli instances use "
                     << printable(input->address()) << '\n';
         return ExitCode::Ok;
     }
-    const auto error = view.error().toStdString();
-    console.complain(printable(error, LineBreaks::Keep));
-    return exitCodeOfConnecting(error);
+    return complainOfConnecting(console, program->services(), view, *input);
 }
 
 /// Why the token of a server can't be used; absent when it can.
@@ -82,7 +84,7 @@ std::optional<std::string> obstacle(const ApiHandler::Restored& restored, const 
     if (const auto* locked = std::get_if<ApiHandler::SecretsUnavailable>(&restored))
         return "The secret store that keeps the token is locked or doesn't answer: " + printable(locked->reason);
     if (std::holds_alternative<ApiHandler::Refused>(restored))
-        return "The server didn't accept the stored token. Please log in again.";
+        return failureText(address, 401, kTokenRefused);
     return std::nullopt;
 }
 
@@ -92,20 +94,30 @@ ExitCode use(CommandContext& context, CompositionRoot& program, const std::strin
     const auto connected = ConnectedInstances::load(*services.defaults);
     const auto* entry = connected.find(address);
     if (!entry) {
-        console.complain("There is no instance " + printable(address) + ". See: ledgerfinch-cli instances");
+        console.complain("There is no instance " + named(address) + ". See: ledgerfinch-cli instances");
         return ExitCode::NotFound;
     }
     auto& core = program.core();
-    const auto restored = runBlocking([&] { return ApiHandler::restore(services, core, entry->first); });
+    Interruption interruption;
+    const auto restored = runBlocking([&] {
+        return ApiHandler::restore(services, core, entry->first, ApiHandler::Activation::Later,
+                                   &interruption.cancellation());
+    });
+    if (interruption.requested()) return complainOfInterruption(console);
     if (const auto reason = obstacle(restored, entry->first)) {
         console.complain(*reason);
         return ExitCode::Refused;
     }
+    SettingsChange settings(*services.defaults);
     // No sync that reads the settings in between may take the one server's date for the other.
-    (void)services.defaults->set("lastSuccessfulSync", "");
-    (void)services.defaults->set("server", entry->first);
-    adoptInstanceVersion(*services.defaults, entry->second);
-    adoptInstanceSyncDate(*services.defaults, entry->second);
+    settings.set("lastSuccessfulSync", "");
+    settings.set("server", entry->first);
+    settings.set("server_version", versionSetting(entry->second));
+    settings.set("lastSuccessfulSync", entry->second.lastSuccessfulSync);
+    settings.set("offlineMode", false);
+    if (const auto& failure = settings.failure())
+        return complainOf(console, services, entry->first, ApiError::settingsUnwritable(failure->message));
+    settings.keep();
     console.out << "Active now: " << printable(entry->first) << '\n';
     return ExitCode::Ok;
 }
@@ -122,7 +134,7 @@ ExitCode remove(CommandContext& context, CompositionRoot& program, const std::st
     const auto connected = ConnectedInstances::load(*program.services().defaults);
     const auto* entry = connected.find(address);
     if (!entry) {
-        console.complain("There is no instance " + printable(address) + ". See: ledgerfinch-cli instances");
+        console.complain("There is no instance " + named(address) + ". See: ledgerfinch-cli instances");
         return ExitCode::NotFound;
     }
     ManageInstancesView view(program.services(), program.core());
@@ -143,6 +155,7 @@ ExitCode remove(CommandContext& context, CompositionRoot& program, const std::st
         console.complain(view.currentInstanceText().toStdString());
         return ExitCode::Failed;
     }
+    if (const auto& failure = view.failure()) return complainOf(console, program.services(), address, *failure);
     if (ConnectedInstances::load(*program.services().defaults).find(address)) {
         console.complain("The instance could not be removed: no other server is active. Switch and try again.");
         return ExitCode::Failed;
@@ -167,6 +180,16 @@ std::span<const OptionDescription> instanceOptions() {
     return options;
 }
 
+std::vector<std::string_view> optionsOf(std::string_view action) {
+    if (action == "use") return {};
+    if (action == "remove") return {"yes"};
+    if (action != "add") return {"json"};
+    std::vector<std::string_view> names;
+    for (const auto& option : loginOptions())
+        names.push_back(option.name);
+    return names;
+}
+
 class InstancesCommand final : public Command {
 public:
     std::string_view name() const override { return "instances"; }
@@ -188,15 +211,20 @@ public:
         const auto address = arguments.positional(1);
         constexpr std::array<std::string_view, 4> kActions{"list", "add", "use", "remove"};
         if (!action.empty() && std::find(kActions.begin(), kActions.end(), action) == kActions.end()) {
-            std::string sentence = "instances knows list, add, use and remove, not " + printable(action) + ".";
+            std::string sentence = "instances knows list, add, use and remove, not " + named(action) + ".";
             if (const auto meant = nearest(action, kActions)) sentence += " Did you mean " + std::string(*meant) + "?";
             return complainOfUsage(context.console(), sentence, name());
         }
         const bool listing = action.empty() || action == "list";
         if (!listing && address.empty())
             return complainOfUsage(context.console(), "instances " + action + " needs an address.", name());
+        if (listing && arguments.positionals().size() > 1)
+            return complainOfUsage(context.console(), "instances list takes no further word.", name());
+        const std::string given = "instances " + (listing ? std::string("list") : action);
+        if (const auto objection = optionOutOfPlace(arguments, options(), optionsOf(action), given))
+            return complainOfUsage(context.console(), *objection, name());
         if (action == "add") return add(context, arguments);
-        auto* program = context.program();
+        auto* program = listing ? context.programToRead() : context.program();
         if (!program) return context.failure();
         if (action == "use") return use(context, *program, address);
         if (action == "remove") return remove(context, *program, address, arguments.has("yes"));

@@ -90,7 +90,7 @@ std::vector<std::string_view> names(const Entries& entries) {
 }
 
 std::string choices(std::string_view what, std::string_view given, const std::vector<std::string_view>& known) {
-    std::string sentence = "Unknown " + std::string(what) + " " + printable(given) + ".";
+    std::string sentence = "Unknown " + std::string(what) + " " + named(given) + ".";
     if (const auto meant = nearest(given, known)) sentence += " Did you mean " + std::string(*meant) + "?";
     sentence += " There are:";
     for (std::size_t index = 0; index < known.size(); ++index)
@@ -222,7 +222,7 @@ public:
                 return complainOfUsage(console, "--limit needs a whole number, 0 or more.", name());
             request.limit = static_cast<std::size_t>(*number);
         }
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         auto sort = chosenSort(arguments, *program->services().defaults);
         if (!sort) return complainOfUsage(console, sort.error().message, name());

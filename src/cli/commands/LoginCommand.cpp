@@ -13,25 +13,6 @@
 namespace ledgerfinch::cli {
 namespace {
 
-/// The login sets the active server before it knows whether it succeeds. Whoever was connected stays so when it fails.
-class ActiveServerKept {
-public:
-    explicit ActiveServerKept(UserDefaults& defaults) : m_defaults(defaults) {
-        const auto server = defaults.string("server").value_or("");
-        if (ConnectedInstances::load(defaults).find(server)) m_before = server;
-    }
-    void restore() {
-        if (m_before)
-            (void)m_defaults.set("server", *m_before);
-        else
-            (void)m_defaults.remove("server");
-    }
-
-private:
-    UserDefaults& m_defaults;
-    std::optional<std::string> m_before;
-};
-
 constexpr std::array<PositionalDescription, 1> kPositionals{
     {{"URL", "The server's address: https://papers.example.org, http://192.168.1.5:8000. Without a protocol it is "
              "https://."}}};
@@ -64,7 +45,6 @@ public:
         auto* program = context.program();
         if (!program) return context.failure();
         auto& services = program->services();
-        ActiveServerKept before(*services.defaults);
         LoginView view(services, program->core());
         fillIn(view, *input, *services.defaults);
         const bool interrupted = !runForm(view, [&] { view.login(); });
@@ -72,11 +52,7 @@ public:
             console.out << "Logged in at " << printable(input->address()) << ".\n";
             return ExitCode::Ok;
         }
-        before.restore();
-        if (interrupted) return ExitCode::Interrupted;
-        const auto error = view.error().toStdString();
-        console.complain(printable(error, LineBreaks::Keep));
-        return exitCodeOfConnecting(error);
+        return interrupted ? complainOfInterruption(console) : complainOfConnecting(console, services, view, *input);
     }
 };
 

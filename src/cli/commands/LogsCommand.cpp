@@ -66,7 +66,7 @@ public:
                 return complainOfUsage(console, "--limit needs a whole number, 0 or more.", name());
             limit = static_cast<std::size_t>(*number);
         }
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         const std::chrono::system_clock::time_point now = program->services().clock->now();
         auto since = now - std::chrono::seconds(86'400);

@@ -190,7 +190,9 @@ public:
         auto& console = context.console();
         const auto id = wholeNumber(arguments.positional(0));
         if (!id) return complainOfUsage(console, "ID is a whole number, the one in the first column of list.", name());
-        auto* program = context.program();
+        if (arguments.has("json") && arguments.has("content"))
+            return complainOfUsage(console, "--json holds the text already: give it without --content.", name());
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         ExitCode failure = ExitCode::Ok;
         auto* core = storeToRead(context, *program, failure);

@@ -175,7 +175,7 @@ public:
     std::span<const OptionDescription> options() const override { return kOptions; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         const Status status = gather(*program);
         if (arguments.has("json"))

@@ -57,8 +57,8 @@ PageStep readDocumentPage(ApiHandler& api, const FetchOptions& options, const st
     auto page = decodeDocuments(response.body, api.decodeContext());
     if (!page) {
         api.log().error("Encountered an error while decoding documents: %{public}s", page.error().message);
-        report(options, additionalLoadingInfo::error(page.error().message));
-        step.status = status::kUnreadable;
+        step.status = api.noteUnreadable(response);
+        report(options, additionalLoadingInfo::error(api.reasonFor(step.status)));
         return step;
     }
     api.storeServerVersion(response);
@@ -144,7 +144,7 @@ DocumentCount fetchDocumentCount(ApiHandler& api, Cancellation* cancellation) {
     auto page = decodeDocuments(response.body, api.decodeContext());
     if (!page) {
         api.log().error("Encountered an error while decoding documents: %{public}s", page.error().message);
-        answer.status = status::kUnreadable;
+        answer.status = api.noteUnreadable(response);
         return answer;
     }
     api.storeServerVersion(response);
@@ -201,7 +201,7 @@ int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::sh
     api.storeServerVersion(response);
     const auto document = decodeDocument(response.body, api.decodeContext());
     // An answer about another document would put its values into the wrong place.
-    if (!document || document->id != id) return status::kUnreadable;
+    if (!document || document->id != id) return api.noteUnreadable(response);
     const auto saved = api.core().saveDocument(*document, std::move(context), authority);
     return saved.isValid() ? 200 : status::kNotStored;
 }

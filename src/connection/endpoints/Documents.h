@@ -15,8 +15,8 @@ namespace ledgerfinch {
 enum class Authority;
 
 /// Every document, merged page by page, then removes those that the server no longer has. Gives the status of the last
-/// answer, or one of status::kUnreadable, kBadNextPage, kStopped, kCancelled, kNotStored; only 200 means that the pass
-/// is whole.
+/// answer, or one of status::kUnreadable, kWebPage, kBadNextPage, kStopped, kCancelled, kNotStored; only 200 means that
+/// the pass is whole.
 int fetchAllDocuments(ApiHandler& api, const FetchOptions& options);
 
 /// The documents modified since a day ("2024-03-01") or moment, merged page by page. Removes nothing.

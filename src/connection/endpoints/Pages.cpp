@@ -62,11 +62,6 @@ std::optional<int> endedByCaller(const FetchOptions& options) {
     return std::nullopt;
 }
 
-int effectiveStatus(const HttpResponse& response) {
-    if (response.error && response.error->kind == TransportErrorKind::Cancelled) return status::kCancelled;
-    return response.error || response.status == 0 ? status::kNoAnswer : response.status;
-}
-
 int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options,
               const std::function<PageStep(const HttpResponse&, const std::string& url)>& read) {
     if (const auto ended = endedByCaller(options)) return *ended;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "connection/AnswerFailure.h"
 #include "connection/ApiHandler.h"
 #include "connection/Fetch.h"
 
@@ -43,9 +44,5 @@ int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options
 
 /// The address for the log: of its query only what tells nothing about papers.
 [[nodiscard]] std::string loggableUrl(std::string_view url);
-
-/// The status of an answer: status::kNoAnswer when there is none, or only a part of one; status::kCancelled when the
-/// caller didn't wait for it.
-[[nodiscard]] int effectiveStatus(const HttpResponse& response);
 
 } // namespace ledgerfinch

@@ -55,7 +55,7 @@ int fetchAgain(ApiHandler& api, const RepairItem& item, const FetchOptions& opti
         const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes), options.cancellation);
         const int result = effectiveStatus(response);
         if (result != 200) return result;
-        return kind.store(api, response.body, item.id, options.context) ? 200 : status::kUnreadable;
+        return kind.store(api, response.body, item.id, options.context) ? 200 : api.noteUnreadable(response);
     }
     // An entry of no known kind can't be mended.
     return 404;

@@ -23,6 +23,10 @@ ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId, Cancella
                                 response.status);
             if (step.status != 200) return step;
             auto page = decodeShareLinks(response.body, api.decodeContext());
+            if (!page.decoded) {
+                step.status = api.noteUnreadable(response);
+                return step;
+            }
             for (auto& link : page.results.value_or(std::vector<PaperlessShareLink>()))
                 if (link.document == documentId && (!link.expiration || *link.expiration > now))
                     found.push_back(std::move(link));

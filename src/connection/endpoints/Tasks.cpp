@@ -14,7 +14,11 @@ TaskList fetchTasks(ApiHandler& api, Cancellation* cancellation) {
     else if (response.status != 200 && response.status != 0)
         api.log().error("received unexpected response from server while fetching saved views: %{public}ld",
                         response.status);
-    if (list.status == 200) list.tasks = decodeTasks(response.body, api.decodeContext()).value_or(list.tasks);
+    if (list.status != 200) return list;
+    if (auto tasks = decodeTasks(response.body, api.decodeContext()))
+        list.tasks = std::move(*tasks);
+    else
+        list.status = api.noteUnreadable(response);
     return list;
 }
 

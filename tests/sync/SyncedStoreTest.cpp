@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What a pass does when the store beneath it is full, was lost, or is written by others meanwhile.
+#include "connection/endpoints/Removals.h"
 #include "faultvfs/FaultVfs.h"
 #include "store/RepairList.h"
 #include "sync/OffMain.h"
@@ -169,6 +170,27 @@ TEST(SyncedStore, ADocumentStoredWhileTheListOfIdsIsOnItsWayStays) {
     }
     device.sync();
     EXPECT_THAT(device.ids("CD_Document"), Not(Contains(900))) << "known before this list, and not on it";
+}
+
+TEST(SyncedStore, ARefusedDeletionIsNotedInTheStoreOfItsServer) {
+    SyncWorld world(5);
+    auto& device = world.device();
+    ASSERT_EQ(device.sync(), SyncOutcome::Finished);
+    const auto entries = [&] {
+        return RepairList(device.core()).entries(RepairList::kRefused, device.core().backgroundContext());
+    };
+    const auto name = device.core().storeName();
+    const auto tag = device.ids("CD_Tag").front();
+    // The screen that asks for it still has the old server's handler.
+    ASSERT_TRUE(device.core().moveToStore("other"));
+    world.server().faults().onPath("DELETE", Fault::answer(500));
+    EXPECT_EQ(offMain([&] { return deleteTag(*device.api(), tag); }), 500);
+    EXPECT_THAT(entries(), ::testing::IsEmpty());
+    ASSERT_TRUE(device.core().moveToStore(name));
+    EXPECT_THAT(entries(), Contains(RepairItem{"CD_Tag", tag, "refused"}));
+    EXPECT_EQ(device.sync(), SyncOutcome::Finished);
+    EXPECT_THAT(entries(), ::testing::IsEmpty());
+    EXPECT_EQ(device.differencesFromServer(), "");
 }
 
 TEST(SyncedStore, ARecordThatCanNotBeReadIsNamedInASentence) {

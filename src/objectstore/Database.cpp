@@ -216,6 +216,10 @@ Statement* Database::statement(std::size_t slot, const std::string& sql) {
     return m_slots[slot].get();
 }
 
+void Database::forgetSlotsFrom(std::size_t slot) {
+    if (slot < m_slots.size()) m_slots.resize(slot);
+}
+
 Error Database::lastError(std::string_view what) const {
     return makeError(lastCode(), m_handle, what);
 }

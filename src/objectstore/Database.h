@@ -94,6 +94,8 @@ public:
     Statement* statement(std::string_view sql);
     /// The statement of a number that the caller gave out; the text is looked at on first use only. Null on failure.
     Statement* statement(std::size_t slot, const std::string& sql);
+    /// Slots from this one on are whoever has the connection; the next one numbers them anew.
+    void forgetSlotsFrom(std::size_t slot);
 
     [[nodiscard]] Error error(int resultCode, std::string_view what) const {
         return makeError(resultCode, m_handle, what);

@@ -4,6 +4,8 @@
 #include "store/FilenameSchemes.h"
 #include "store/StoreFolder.h"
 #include "store/StoreNames.h"
+#include "store/entities/Entities.h"
+#include "store/entities/Models.h"
 
 #include <algorithm>
 #include <chrono>
@@ -29,10 +31,15 @@ public:
         const int opened = sqlite3_open_v2(file.c_str(), &raw, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, nullptr);
         SoleConnection connection(raw);
         // Leaving the write-ahead log takes being alone, and takes its files away.
-        if (opened != SQLITE_OK || !connection.run("PRAGMA journal_mode = DELETE") || !connection.isRollbackMode() ||
-            !connection.run("BEGIN EXCLUSIVE"))
+        if (opened != SQLITE_OK || !connection.run("PRAGMA journal_mode = DELETE") ||
+            !connection.answers("PRAGMA journal_mode", "delete") || !connection.run("BEGIN EXCLUSIVE"))
             return Error{"The store is in use"};
         return connection;
+    }
+    /// No document, also none that was added on this device; false for a file without tables.
+    [[nodiscard]] bool isEmpty() const {
+        const auto& table = ledgerfinchModel().entity(CD_Document::kEntityName).table;
+        return answers("SELECT CASE count(*) WHEN 0 THEN 'empty' END FROM \"" + table + '"', "empty");
     }
     SoleConnection(SoleConnection&& other) noexcept : m_database(std::exchange(other.m_database, nullptr)) {}
     SoleConnection& operator=(SoleConnection&&) = delete;
@@ -41,20 +48,24 @@ public:
 private:
     explicit SoleConnection(sqlite3* database) : m_database(database) {}
     bool run(const char* sql) { return sqlite3_exec(m_database, sql, nullptr, nullptr, nullptr) == SQLITE_OK; }
-    bool isRollbackMode() {
-        bool rollback = false;
-        const auto compare = [](void* found, int, char** values, char**) {
-            *static_cast<bool*>(found) = values[0] && std::string_view(values[0]) == "delete";
+    /// Whether the one value of the answer is this.
+    [[nodiscard]] bool answers(const std::string& sql, std::string_view expected) const {
+        struct Question {
+            std::string_view expected;
+            bool met = false;
+        } question{expected};
+        const auto compare = [](void* asked, int, char** values, char**) {
+            auto& its = *static_cast<Question*>(asked);
+            its.met = values[0] && its.expected == values[0];
             return 0;
         };
-        return sqlite3_exec(m_database, "PRAGMA journal_mode", compare, &rollback, nullptr) == SQLITE_OK && rollback;
+        return sqlite3_exec(m_database, sql.c_str(), compare, &question, nullptr) == SQLITE_OK && question.met;
     }
 
     sqlite3* m_database;
 };
 
-Result<void> checkRemovable(const Services& services, std::string_view name, const fs::path& file) {
-    if (!isStoreName(name) || storeNames::mayBeInUse(*services.defaults, name)) return Error{"The store is somebody's"};
+Result<void> checkEmpty(const fs::path& file) {
     const auto documents = countDocuments(file);
     if (!documents) return documents.error();
     if (!*documents) return Error{"It isn't known what the store held"};
@@ -76,16 +87,19 @@ fs::path syncLockFile(const Paths& paths, const fs::path& storeFile) {
 }
 
 Result<void> removeStoreFiles(const Services& services, std::string_view name) {
+    const Error inUse{"The store is somebody's"};
+    if (!isStoreName(name) || storeNames::mayBeInUse(*services.defaults, name)) return inUse;
     const auto file = services.paths.container / (std::string(name) + std::string(kSuffix));
-    if (auto removable = checkRemovable(services, name, file); !removable) return removable;
+    if (auto empty = checkEmpty(file); !empty) return empty;
     const auto lockFile = syncLockFile(services.paths, file);
     const auto lock = FileLock::tryLock(lockFile);
     if (!lock) return lock.error();
     {
         const auto alone = SoleConnection::open(file);
         if (!alone) return alone.error();
-        // Once more, now that nothing can change any more but the settings.
-        if (auto removable = checkRemovable(services, name, file); !removable) return removable;
+        // Once more, now that nobody can fill it.
+        if (!alone->isEmpty()) return Error{"The store isn't empty"};
+        if (storeNames::mayBeInUse(*services.defaults, name)) return inUse;
         if (auto removed = services.files->removeAll(file); !removed) return removed;
     }
     Result<void> result;

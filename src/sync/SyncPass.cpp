@@ -71,6 +71,8 @@ SyncPass::SyncPass(Services& services, CoreDataHandler& core, std::shared_ptr<Ap
 
 SyncResult SyncPass::run(const SyncRequest& request) {
     const SyncResult result = runAwake(request);
+    if (result.storeFailure && m_caller == SyncCaller::Screen)
+        tell(additionalLoadingInfo::error("What the server has can't be kept on this device: " + *result.storeFailure));
     // Only now: whoever restores the login must not find the refused token again. A pass that stopped speaks of a
     // server that is no longer the active one.
     if (m_refused && result.outcome != SyncOutcome::Stopped) {
@@ -88,16 +90,13 @@ SyncResult SyncPass::runAwake(const SyncRequest& request) {
         m_log.info("Server and store have changed, not syncing");
         return {SyncOutcome::Stopped};
     }
+    m_core.writeFailure().forget();
     const auto store = takeStore(request.whenBusy);
     if (const auto* without = std::get_if<SyncResult>(&store)) return *without;
-    m_core.writeFailure().forget();
     if (m_hooks.began) m_hooks.began();
     SyncResult result{runLocked(request.extent), m_core.writeFailure().reason()};
     result.status = m_status;
     result.anythingCame = m_anythingCame;
-    if (result.storeFailure && m_caller == SyncCaller::Screen)
-        tell(
-            additionalLoadingInfo::error("What the server sent can't be kept on this device: " + *result.storeFailure));
     stage(loadingData::finished);
     const bool endedEarly =
         result.storeFailure || result.outcome == SyncOutcome::NoAnswer || result.outcome == SyncOutcome::Stopped;

@@ -75,6 +75,7 @@ public:
     struct TokenCheck {
         std::optional<ApiError> error; ///< as checkToken() gives it
         bool answered = false;
+        std::string doubt = {}; ///< a sentence when the token may be used, but the server didn't confirm it
     };
     /// The same, and whether anybody answered: who didn't isn't asked a second question.
     static TokenCheck tryToken(Services& services, std::string_view server, std::string_view token,

@@ -11,6 +11,7 @@
 #include "connection/endpoints/Pages.h"
 #include "platform/DispatchQueue.h"
 #include "platform/Text.h"
+#include "records/JsonReader.h"
 
 #include <cassert>
 
@@ -117,8 +118,10 @@ ApiHandler::TokenCheck ApiHandler::tryToken(Services& services, std::string_view
     auto pending = services.http->start(checkRequest(services, address, token));
     const auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : pending.wait();
     if (response.status == 401) return {ApiError::invalidCredentials(), true};
-    const int outcome = effectiveStatus(response);
-    return {std::nullopt, outcome != status::kNoAnswer && outcome != status::kCancelled};
+    const auto [outcome, reason] = response.status == 200 && !response.error && !JsonObject::parse(response.body)
+                                       ? unreadable(response)
+                                       : failureOf(response);
+    return {std::nullopt, outcome != status::kNoAnswer && outcome != status::kCancelled, reason};
 }
 
 void ApiHandler::obtainToken(std::string_view user, std::string_view password, LoginRecord& record,

@@ -252,6 +252,10 @@ TEST_F(LoginScreen, ACheckThatNobodyAnsweredIsNoReasonToAskOn) {
     submit(view);
     EXPECT_EQ(errorOf(view), "Success");
     EXPECT_EQ(server.requestCount("GET /api/ui_settings/"), 0U);
+    EXPECT_NE(view->reason(), QString()) << "the person should know";
+    server.faults().clear();
+    submit(view);
+    EXPECT_EQ(view->reason(), QString());
 }
 
 using AddInstanceScreen = Screens;

@@ -16,6 +16,7 @@ namespace {
 struct Obtained {
     std::string token;
     std::optional<ApiError> error;
+    std::string doubt = {};
 };
 
 /// Custom headers are added to this one request, each beside an earlier one of its name; what the request says about
@@ -57,7 +58,8 @@ Obtained obtainToken(Services& services, const std::string& address, const std::
 
 Obtained checkedToken(Services& services, const std::string& address, const std::string& token,
                       Cancellation& cancellation) {
-    return {token, ApiHandler::checkToken(services, address, token, &cancellation)};
+    auto check = ApiHandler::tryToken(services, address, token, &cancellation);
+    return {token, std::move(check.error), std::move(check.doubt)};
 }
 
 /// A new server's entry, token and headers, until it is sure that they stay.
@@ -122,11 +124,11 @@ void AddInstanceView::connectToServer() {
                                   : obtainToken(machine, address, name, password, headers, cancellation);
         const auto kept = std::make_shared<KeptInstance>(machine, address);
         if (!obtained.error && !cancellation.isCancelled()) obtained.error = kept->keep(obtained.token, headers);
-        return {[this, address, failure = obtained.error] {
+        return {[this, address, failure = obtained.error, doubt = obtained.doubt] {
                     if (failure)
                         setFailure(*failure);
                     else
-                        finishConnecting(address);
+                        finishConnecting(address, doubt);
                     return !failure;
                 },
                 [kept] {
@@ -135,8 +137,9 @@ void AddInstanceView::connectToServer() {
     });
 }
 
-void AddInstanceView::finishConnecting(const std::string& address) {
+void AddInstanceView::finishConnecting(const std::string& address, const std::string& doubt) {
     setError({});
+    if (!doubt.empty()) setDoubt(doubt);
     setShowSuccess(true);
     emit instanceAdded(QString::fromStdString(address));
 }

@@ -76,6 +76,7 @@ void ConnectForm::change(QString& field, const QString& text) {
 
 void ConnectForm::setError(const QString& text) {
     m_failure.reset();
+    m_doubt.clear();
     if (m_error == text) return;
     m_error = text;
     emit errorChanged();
@@ -87,8 +88,13 @@ void ConnectForm::setFailure(const ApiError& failure, const std::string& text) {
     emit errorChanged();
 }
 
+void ConnectForm::setDoubt(const std::string& text) {
+    m_doubt = QString::fromStdString(text);
+    emit errorChanged();
+}
+
 QString ConnectForm::reason() const {
-    return m_failure ? QString::fromStdString(m_failure->reason()) : QString();
+    return m_failure ? QString::fromStdString(m_failure->reason()) : m_doubt;
 }
 
 std::string ConnectForm::composedAddress(const QString& server) const {

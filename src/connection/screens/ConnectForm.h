@@ -57,7 +57,8 @@ public:
     [[nodiscard]] CustomHeadersView* customHeaders() { return &m_customHeaders; }
     /// Empty when there is none.
     [[nodiscard]] QString error() const { return m_error; }
-    /// The same in one or two sentences that say what to do, without the server's own words; empty when there is none.
+    /// The same in one or two sentences that say what to do, without the server's own words. After a success: what
+    /// leaves a typed token in doubt. Empty when there is neither.
     [[nodiscard]] QString reason() const;
     /// The same for whoever tells the cases apart.
     [[nodiscard]] const std::optional<ApiError>& failure() const { return m_failure; }
@@ -78,6 +79,7 @@ protected:
     void setError(const QString& text);
     void setFailure(const ApiError& failure, const std::string& text);
     void setFailure(const ApiError& failure) { setFailure(failure, failure.localizedDescription()); }
+    void setDoubt(const std::string& text);
     /// Protocol and server text. A pasted address that brings its own protocol counts as it is.
     [[nodiscard]] std::string composedAddress(const QString& server) const;
     [[nodiscard]] Services& services() const { return m_services; }
@@ -109,6 +111,7 @@ private:
     bool m_loginWithToken = false;
     QString m_error;
     std::optional<ApiError> m_failure;
+    QString m_doubt;
     CustomHeadersView m_customHeaders;
     std::shared_ptr<Attempt> m_attempt;   ///< what is under way
     std::shared_ptr<Attempt> m_finishing; ///< whose effect runs now

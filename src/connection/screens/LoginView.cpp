@@ -48,7 +48,7 @@ void LoginView::loginWithTypedToken(const std::string& address) {
         const auto undo = [record] {
             record->undo();
         };
-        auto [failure, answered] = ApiHandler::tryToken(machine, address, typedToken, &cancellation);
+        auto [failure, answered, doubt] = ApiHandler::tryToken(machine, address, typedToken, &cancellation);
         if (!failure && !cancellation.isCancelled()) failure = record->keep(typedToken, std::nullopt);
         if (failure || cancellation.isCancelled()) {
             return {[this, failure = failure.value_or(ApiError::cancelled())] {
@@ -60,11 +60,11 @@ void LoginView::loginWithTypedToken(const std::string& address) {
         auto handler =
             ApiHandler::withToken(machine, store, address, typedToken, &cancellation, ApiHandler::Activation::Later,
                                   answered ? ApiHandler::AskUser::Yes : ApiHandler::AskUser::No);
-        return {[this, address, handler] { return finishLogin(address, handler); }, undo};
+        return {[this, address, handler, doubt = doubt] { return finishLogin(address, handler, doubt); }, undo};
     });
 }
 
-bool LoginView::finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler) {
+bool LoginView::finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler, const std::string& doubt) {
     m_apiHandler = std::move(handler);
     emit apiHandlerChanged();
     if (const auto failure = m_apiHandler->failure()) {
@@ -76,6 +76,7 @@ bool LoginView::finishLogin(const std::string& address, std::shared_ptr<ApiHandl
         return false;
     }
     setError(QString::fromStdString(m_apiHandler->Error()));
+    if (!doubt.empty()) setDoubt(doubt);
     m_loggedIn = true;
     emit loggedInChanged();
     return true;

@@ -30,7 +30,7 @@ private:
     void loginWithPassword(const std::string& address);
     void loginWithTypedToken(const std::string& address);
     /// False when it came to nothing.
-    bool finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler);
+    bool finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler, const std::string& doubt = {});
 
     std::shared_ptr<ApiHandler> m_apiHandler;
     bool m_loggedIn = false;

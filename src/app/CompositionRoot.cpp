@@ -43,8 +43,7 @@ Result<std::unique_ptr<UserDefaults>> openSettings(const Paths& paths) {
     if (defaults) return defaults;
     std::error_code ignored;
     const bool isThere = std::filesystem::exists(std::filesystem::symlink_status(file, ignored));
-    if (isThere)
-        return launchError(LaunchError::Settings, "The settings can't be opened: " + defaults.error().message);
+    if (isThere) return launchError(LaunchError::Settings, "The settings can't be opened: " + defaults.error().message);
     return launchError(LaunchError::Folders, "The settings can't be created: " + defaults.error().message);
 }
 
@@ -73,7 +72,8 @@ Result<std::unique_ptr<CompositionRoot>> CompositionRoot::build(LaunchOptions op
     if (options.access == FileAccess::Write) {
         const auto store = root->activeStoreFile();
         if (::access(store.c_str(), W_OK) != 0 && errno != ENOENT)
-            return launchError(LaunchError::Folders, "Couldn't write to " + store.string() + ": " + std::strerror(errno));
+            return launchError(LaunchError::Folders,
+                               "Couldn't write to " + store.string() + ": " + std::strerror(errno));
     }
     services.secrets = std::move(options.secrets);
     if (!services.secrets)

@@ -79,7 +79,8 @@ void Console::complain(std::string_view sentence) const {
 void takeClosedStreams() {
     for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
         if (::fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
-        // The lowest free number is this one. Opened the wrong way round, so that its use fails as that of a closed one.
+        // The lowest free number is this one. Opened the wrong way round, so that its use fails as that of a closed
+        // one.
         const int opened = ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         if (opened >= 0 && opened != stream) ::close(opened);
     }

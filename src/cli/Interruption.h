@@ -8,8 +8,8 @@
 
 namespace ledgerfinch::cli {
 
-/// While it lives, Ctrl-C ends the requests that are waited for with its cancellation, in place of the process. One at a
-/// time. Main thread.
+/// While it lives, Ctrl-C ends the requests that are waited for with its cancellation, in place of the process. One at
+/// a time. Main thread.
 class Interruption {
 public:
     /// `also` runs on the main thread after the requests were ended.

@@ -46,7 +46,8 @@ ExitCode exitCodeOfStatus(int status) {
     case 404:
         return ExitCode::NotFound;
     default:
-        if (status >= 300 && status < 400) return ExitCode::BadData;
+        // Success that brought nothing, and redirects that lead nowhere.
+        if (status >= 200 && status < 400) return ExitCode::BadData;
         return status >= 500 ? ExitCode::Unreachable : ExitCode::Failed;
     }
 }
@@ -68,8 +69,7 @@ namespace {
 ExitCode exitCodeOf(const ApiError& failure, bool secretsLieInFile) {
     switch (failure.kind) {
     case ApiError::Case::unexpectedResponse:
-        // One that succeeds didn't say what it should.
-        return status::isSuccess(failure.status) ? ExitCode::BadData : exitCodeOfStatus(failure.status);
+        return exitCodeOfStatus(failure.status);
     case ApiError::Case::invalidURL:
         return ExitCode::BadData;
     case ApiError::Case::couldntConnect:
@@ -94,8 +94,7 @@ ExitCode exitCodeOf(const ApiError& failure, bool secretsLieInFile) {
 ExitCode complainOf(const Console& console, const Services& services, std::string_view address,
                     const ApiError& failure) {
     const auto reason = failure.reason();
-    if (failure.isLocal() || failure.kind == ApiError::Case::invalidURL ||
-        failure.kind == ApiError::Case::cancelled)
+    if (failure.isLocal() || failure.kind == ApiError::Case::invalidURL || failure.kind == ApiError::Case::cancelled)
         console.complain(printable(reason));
     else if (failure.kind == ApiError::Case::couldntConnect)
         console.complain(failureText(address, status::kNoAnswer, reason));

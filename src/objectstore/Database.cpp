@@ -58,8 +58,7 @@ std::string sentenceOf(StoreErrorCode code) {
 /// https://www.sqlite.org/uri.html
 std::string immutableName(const std::filesystem::path& file) {
     std::error_code ignored;
-    return "file:" + escaping::percentEncode(std::filesystem::absolute(file, ignored).string(), "%?#") +
-           "?immutable=1";
+    return "file:" + escaping::percentEncode(std::filesystem::absolute(file, ignored).string(), "%?#") + "?immutable=1";
 }
 
 } // namespace

@@ -26,14 +26,27 @@ std::int64_t randomNumber() {
     return static_cast<std::int64_t>((std::uint64_t{source()} << 32) | source());
 }
 
+/// https://www.sqlite.org/walformat.html, 2.0
+constexpr std::uintmax_t kIndexPiece = 32 * 1024;
+
+bool isUnwritable(const Error& error) {
+    return error.code == static_cast<int>(StoreErrorCode::ReadOnly) ||
+           error.code == static_cast<int>(StoreErrorCode::Full);
+}
+
 /// How a file is read by whoever may not write it. Where a write-ahead log is, it is read with it, beside those who
 /// write. Without one nobody has the file open, and SQLite, which would have to make one, must be told so.
 sqlite::OpenMode readingMode(const std::filesystem::path& file) {
+    const auto sizeOf = [&](const char* suffix) -> std::uintmax_t {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(file.string() + suffix, error);
+        return error ? 0 : size;
+    };
     std::error_code error;
-    const auto logged = std::filesystem::file_size(file.string() + "-wal", error);
-    if (error) return sqlite::OpenMode::Immutable;
-    const bool hasIndex = std::filesystem::exists(file.string() + "-shm", error);
-    return logged > 0 || hasIndex ? sqlite::OpenMode::ReadOnly : sqlite::OpenMode::Immutable;
+    if (!std::filesystem::exists(file.string() + "-wal", error)) return sqlite::OpenMode::Immutable;
+    // A full disk leaves an index behind that is shorter than its first piece, and of no use.
+    const bool hasIndex = sizeOf("-shm") >= kIndexPiece;
+    return sizeOf("-wal") > 0 || hasIndex ? sqlite::OpenMode::ReadOnly : sqlite::OpenMode::Immutable;
 }
 
 /// The store as it is: no file is made and no model brought to it.
@@ -156,11 +169,13 @@ Result<std::shared_ptr<PersistentContainer>> PersistentContainer::open(const Mod
                                                                        const Logger& log) {
     const bool onlyRead = description.access == StoreAccess::Read;
     auto store = onlyRead ? openToRead(model, description) : schema::open(model, description, log);
-    if (!store && description.access == StoreAccess::WriteOrRead &&
-        store.error().code == static_cast<int>(StoreErrorCode::ReadOnly)) {
-        log.info("The store %{public}s can't be written to, it is read only", description.file.filename().string());
-        store = openToRead(model, description);
-        description.access = StoreAccess::Read;
+    if (!store && description.access == StoreAccess::WriteOrRead && isUnwritable(store.error())) {
+        log.info("The store %{public}s is opened to read only: %{public}s", description.file.filename().string(),
+                 store.error().message);
+        if (auto opened = openToRead(model, description)) {
+            store = std::move(opened);
+            description.access = StoreAccess::Read;
+        }
     }
     if (!store) {
         log.error("The store %{public}s wasn't opened: %{public}s", description.file.filename().string(),

@@ -19,7 +19,7 @@ enum class Durability {
 /// What a store is opened for.
 enum class StoreAccess {
     Write,       ///< refused when the file or its folder can't be written to
-    WriteOrRead, ///< read only where they can't be: whatever saves then fails with StoreErrorCode::ReadOnly
+    WriteOrRead, ///< read only where they can't be, or the disk is full: whatever saves then fails
     Read         ///< read only: the file has to be there, and of this program's model
 };
 

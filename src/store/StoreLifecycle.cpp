@@ -38,7 +38,10 @@ CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSin
     auto store = openStore(name, mode);
     if (!store) {
         m_log.error("Error during core data initialisation: %@", store.error().message);
-        fatal("Core Data Store failed " + store.error().message);
+        const bool unwritable = store.error().code == static_cast<int>(StoreErrorCode::Full) ||
+                                store.error().code == static_cast<int>(StoreErrorCode::ReadOnly);
+        fatal("Core Data Store failed " + store.error().message,
+              unwritable ? FatalStatus::CannotCreate : FatalStatus::Software);
     }
     m_store = std::move(*store);
     m_log.debug("CoreData store initialized");

@@ -85,8 +85,8 @@ TEST_F(FullDiskTest, SettingsAndServersAreKeptWholeOrNotAtAll) {
     support::PaperlessServer second;
     second.generate(2);
     second.start();
-    const auto add = runWithRoom(0, {"instances", "add", second.url(), "--user", "admin", "--password-stdin"},
-                                 "admin-pass\n");
+    const auto add =
+        runWithRoom(0, {"instances", "add", second.url(), "--user", "admin", "--password-stdin"}, "admin-pass\n");
     EXPECT_EQ(add.code, kCannotCreate) << add.err;
     EXPECT_NE(add.err.find("No space left on device"), std::string::npos) << add.err;
     EXPECT_EQ(json({"instances", "--json"}).size(), 1u);

@@ -3,6 +3,7 @@
 
 #include "objectstore/PersistentContainer.h"
 #include "platform/LogSinks.h"
+#include "store/entities/Entities.h"
 #include "store/entities/Models.h"
 
 #include <map>
@@ -28,7 +29,9 @@ protected:
     static void changeMode(const fs::path& path, mode_t take, mode_t give) {
         struct stat status {};
         if (::lstat(path.c_str(), &status) != 0 || S_ISLNK(status.st_mode)) return;
-        if (::getuid() == 0) ASSERT_EQ(::lchown(path.c_str(), kNobody, kNobody), 0);
+        if (::getuid() == 0) {
+            ASSERT_EQ(::lchown(path.c_str(), kNobody, kNobody), 0);
+        }
         ASSERT_EQ(::chmod(path.c_str(), (status.st_mode & ~take & 07777u) | give), 0);
     }
     static void changeTree(const fs::path& root, mode_t take, mode_t give) {
@@ -64,8 +67,15 @@ protected:
     }
 
     const std::vector<std::vector<std::string>> kReading{
-        {"list"},     {"list", "--json"},          {"show", "1"}, {"show", "1", "--content"}, {"status"},
-        {"settings"}, {"settings", "get", "server"}, {"instances"}, {"logs", "--limit", "0"},
+        {"list"},
+        {"list", "--json"},
+        {"show", "1"},
+        {"show", "1", "--content"},
+        {"status"},
+        {"settings"},
+        {"settings", "get", "server"},
+        {"instances"},
+        {"logs", "--limit", "0"},
     };
     [[nodiscard]] std::vector<std::vector<std::string>> writing() const {
         return {{"sync"},
@@ -109,7 +119,7 @@ TEST_F(ReadOnlyTest, PartOfTheFolderIsEnoughToReadAndTooLittleToWrite) {
     loginAndSync();
     changeTree(data(), 0, 0);
     changeMode(folder, 0, 0);
-    for (const fs::path part : {data() / "container", data() / "config", data() / "state", storeFile()}) {
+    for (const auto& part : {data() / "container", data() / "config", data() / "state", storeFile()}) {
         takeWritePermission(part);
         EXPECT_EQ(nlohmann::json::parse(runWithoutRights({"list", "--json"}).out).size(), 120u) << part;
         EXPECT_EQ(runWithoutRights({"status"}).code, 0) << part;

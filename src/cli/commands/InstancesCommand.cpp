@@ -13,6 +13,7 @@
 #include "connection/InstanceSwitch.h"
 #include "connection/Instances.h"
 #include "connection/SettingsChange.h"
+#include "connection/Status.h"
 #include "connection/screens/AddInstanceView.h"
 #include "connection/screens/ManageInstancesView.h"
 #include "records/JsonWriter.h"
@@ -83,8 +84,7 @@ std::optional<std::string> obstacle(const ApiHandler::Restored& restored, const 
                printable(address);
     if (const auto* locked = std::get_if<ApiHandler::SecretsUnavailable>(&restored))
         return "The secret store that keeps the token is locked or doesn't answer: " + printable(locked->reason);
-    if (std::holds_alternative<ApiHandler::Refused>(restored))
-        return failureText(address, 401, kTokenRefused);
+    if (std::holds_alternative<ApiHandler::Refused>(restored)) return failureText(address, 401, status::reasonFor(401));
     return std::nullopt;
 }
 

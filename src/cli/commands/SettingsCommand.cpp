@@ -77,7 +77,8 @@ constexpr std::array<PositionalDescription, 3> kPositionals{{
     {"KEY", "The setting's name, as list shows it.", PositionalDescription::Occurs::Optional},
     {"VALUE", "The new value.", PositionalDescription::Occurs::Optional},
 }};
-constexpr std::array<OptionDescription, 1> kOptions{{{"json", "", "JSON: list gives an array of objects, get one text."}}};
+constexpr std::array<OptionDescription, 1> kOptions{
+    {{"json", "", "JSON: list gives an array of objects, get one text."}}};
 
 class SettingsCommand final : public Command {
 public:

@@ -95,12 +95,12 @@ public:
             complain(result.status, reason);
             return ExitCode::Refused;
         }
-        // The pass knows which page, and which document on it.
-        if (result.status == status::kUnreadable && !m_errors.empty()) reason = m_errors.back();
         if (!result.anythingCame) {
             complain(result.status, reason, " The local documents stay as they are.");
             return exitCodeOfStatus(result.status);
         }
+        // The pass knows which page, and which document on it.
+        if (result.status == status::kUnreadable && !m_errors.empty()) reason = m_errors.back();
         complain(result.status, reason,
                  " Not everything came. What came is kept; the next sync makes up for the rest.");
         return ExitCode::PartlyFailed;

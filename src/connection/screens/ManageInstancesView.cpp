@@ -5,6 +5,7 @@
 #include "connection/RemoveInstance.h"
 #include "store/CoreDataHandler.h"
 #include "store/FilenameSchemes.h"
+#include "store/StoreRemoval.h"
 
 #include <QPointer>
 
@@ -84,7 +85,10 @@ ManageInstancesView::Removal ManageInstancesView::removeBesideMainThread(const s
     const auto removed = removeInstance(m_services, target->first);
     if (removed.error) return {false, removed.error};
     // Settings can be edited: a store that isn't this entry's alone holds somebody else's papers.
-    if (removed.ownedStore && removed.entry->store != m_core.storeName()) emptyStore(removed.entry->store);
+    if (!removed.ownedStore || removed.entry->store == m_core.storeName()) return {};
+    emptyStore(removed.entry->store);
+    // It looks for itself that nothing is left in there and that nobody else has it; else the sweep takes it later.
+    (void)removeStoreFiles(m_services, removed.entry->store);
     return {};
 }
 

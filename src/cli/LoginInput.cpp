@@ -77,7 +77,7 @@ public:
 
 private:
     bool splitAddress(const std::string& url) {
-        if (url.empty()) return isText(url, "The address");
+        if (!isText(url, "The address")) return false;
         for (const std::string_view protocol : {"https://", "http://"}) {
             if (!startsWithIgnoringCase(url, protocol)) continue;
             input.connectionProtocol = protocol;

@@ -45,14 +45,16 @@ TEST_F(LoginTest, TakesATokenFromStandardInputOrTheTerminal) {
     EXPECT_EQ(secrets->read(server.url(), "ledgerfinch.app").data, server.token("alice"));
 }
 
-TEST_F(LoginTest, FailsWithTheTextOfTheScreenAndACodeForScripts) {
+TEST_F(LoginTest, FailsWithASentenceAndACodeForScripts) {
     const auto refused = run({"login", server.url(), "--user", "admin", "--password-stdin"}, "wrong\n");
     EXPECT_EQ(refused.code, ExitCode::Refused);
-    EXPECT_EQ(refused.err, "Server responded: 400\n");
+    const auto host = server.url().substr(std::string("http://").size());
+    const auto wrong = host + ": Invalid credentials. Check the user name and the password, or the token.\n";
+    EXPECT_EQ(refused.err, wrong);
 
     const auto token = run({"login", server.url(), "--token-stdin"}, "0123456789abcdef\n");
     EXPECT_EQ(token.code, ExitCode::Refused);
-    EXPECT_EQ(token.err, "Invalid credentials\n");
+    EXPECT_EQ(token.err, wrong);
 
     for (const auto* address : {"http://", "http://exa mple", "ftp://host", "https://\n"}) {
         const auto bad = run({"login", address, "--user", "admin", "--password-stdin"}, "x\n");
@@ -88,6 +90,13 @@ TEST_F(LoginTest, NeedsAWayToGetTheSecret) {
         EXPECT_EQ(run(line).code, ExitCode::Usage);
     EXPECT_EQ(run({"login", server.url(), "--user", "ada", "--password-stdin"}, "\n").code, ExitCode::BadData);
     EXPECT_EQ(run({"login", server.url(), "--token-stdin"}, std::string(10'000, 'x')).code, ExitCode::BadData);
+    // What would reach the server as something else than what was given.
+    EXPECT_EQ(run({"login", "", "--token-stdin"}, "x\n").code, ExitCode::BadData);
+    EXPECT_EQ(run({"login", server.url() + "/\xff", "--token-stdin"}, "x\n").code, ExitCode::BadData);
+    EXPECT_EQ(run({"login", server.url(), "--user", "\xff", "--password-stdin"}, "x\n").code, ExitCode::BadData);
+    const auto latin = run({"login", server.url(), "--user", "ada", "--password-stdin"}, "gr\xfcn\n");
+    EXPECT_EQ(latin.code, ExitCode::BadData);
+    EXPECT_EQ(latin.err, "The password isn't text in UTF-8.\n");
     EXPECT_EQ(server.requestCount(), 0u);
 }
 

@@ -141,18 +141,23 @@ constexpr std::array<OptionDescription, 3> kOptions{{
     {"force", "", "Overwrite what is there.", 'f'},
 }};
 
+constexpr std::array<ExitCode, 10> kEndsWith{
+    ExitCode::Ok,          ExitCode::Failed,   ExitCode::Usage,        ExitCode::BadData, ExitCode::NotFound,
+    ExitCode::Unreachable, ExitCode::Internal, ExitCode::CannotCreate, ExitCode::Refused, ExitCode::Interrupted};
+
 class DownloadCommand final : public Command {
 public:
     std::string_view name() const override { return "download"; }
     std::string_view summary() const override { return "Write a document's file."; }
     std::string_view description() const override {
-        return "Writes the file of a document and tells its name. A file that is on this device already is taken from "
-               "there, "
-               "without the server; else it is downloaded and kept. The name is made of the document's title.\n\n"
+        return "Writes the file of a document and tells its name. A file that is on this device already is "
+               "taken from there, without the server; else it is downloaded, and kept where that can be. The "
+               "name is made of the document's title.\n\n"
                "Nothing is overwritten without --force.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();

@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <fstream>
+#include <thread>
+
+#include <sys/stat.h>
 
 namespace ledgerfinch::cli {
 namespace {
@@ -72,6 +75,14 @@ TEST_F(LoginTest, FailsWithASentenceAndACodeForScripts) {
     EXPECT_EQ(run({"sync"}).code, ExitCode::Refused);
 }
 
+TEST_F(LoginTest, SaysWhenTheServerDidNotConfirmAToken) {
+    server.faults().onPath("/api/", Fault::answer(503));
+    const auto ran = run({"login", server.url(), "--token-stdin"}, server.token() + "\n");
+    EXPECT_EQ(ran.code, ExitCode::Ok);
+    EXPECT_NE(ran.err.find(": The server didn't confirm the token. "), std::string::npos) << ran.err;
+    EXPECT_NE(ran.err.find("(503)"), std::string::npos) << ran.err;
+}
+
 TEST_F(LoginTest, SaysSoAloudWhenItChoosesTheProtocol) {
     const auto ran = run({"login", "127.0.0.1:1", "--user", "ada", "--password-stdin"}, "x\n");
     EXPECT_EQ(ran.code, ExitCode::Unreachable);
@@ -114,6 +125,18 @@ TEST_F(LoginTest, SendsTheHeadersOfTheFileFromTheFirstRequestOn) {
         EXPECT_EQ(logged.request.header("x-proxy-key"), "hunter2") << logged.request.target;
     EXPECT_EQ(run({"login", server.url(), "--token-stdin", "--header-file", (folder() / "none").string()}, "x").code,
               ExitCode::NotFound);
+    EXPECT_EQ(run({"login", server.url(), "--token-stdin", "--header-file", folder().string()}, "x").code,
+              ExitCode::NotFound);
+    // A shell's "<(pass show proxy)" is a pipe.
+    const auto pipe = folder() / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::thread writer([&] { std::ofstream(pipe) << "X-Proxy-Key: from the pipe\n"; });
+    server.clearRequests();
+    const auto piped = run(
+        {"login", server.url(), "--user", "admin", "--password-stdin", "--header-file", pipe.string()}, "admin-pass\n");
+    writer.join();
+    EXPECT_EQ(piped.code, ExitCode::Ok) << piped.err;
+    EXPECT_EQ(server.requests()[0].request.header("x-proxy-key"), "from the pipe");
 }
 
 TEST_F(LoginTest, ThatFailsElsewhereLeavesTheActiveServerActive) {

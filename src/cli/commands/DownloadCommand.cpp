@@ -119,11 +119,12 @@ std::filesystem::path targetPath(const std::optional<std::string>& output, const
 
 ExitCode writeOut(Console& console, const Fetched& fetched, const Arguments& arguments) {
     const auto target = targetPath(arguments.value("output"), fetched.fileName);
+    const bool intoStream = isStream(target);
     const auto written =
         writeOutputFile(target, fetched.bytes, arguments.has("force") ? Overwrite::Yes : Overwrite::No);
     const std::string name = printable(target.string());
     if (written) {
-        console.out << name << '\n';
+        if (!intoStream) console.out << name << '\n';
         return ExitCode::Ok;
     }
     if (written.error().code == static_cast<int>(OutputError::Exists))
@@ -135,7 +136,10 @@ ExitCode writeOut(Console& console, const Fetched& fetched, const Arguments& arg
 
 constexpr std::array<PositionalDescription, 1> kPositionals{{{"ID", "The document's number on the server."}}};
 constexpr std::array<OptionDescription, 3> kOptions{{
-    {"output", "PATH", "The file to write, or the folder to write into; the current folder unless said otherwise.",
+    {"output", "PATH",
+     "The file to write, or the folder to write into; the current folder unless said otherwise. Into a pipe or a "
+     "device, "
+     "/dev/stdout say, go the bytes alone.",
      'o'},
     {"original", "", "The file as it was added, not the archived form; always fetched from the server."},
     {"force", "", "Overwrite what is there.", 'f'},

@@ -70,6 +70,7 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
     fillIn(view, *input, *program->services().defaults);
     if (!runForm(view, [&] { view.connectToServer(); })) return complainOfInterruption(console);
     if (view.showSuccess()) {
+        tellDoubt(console, view, *input);
         console.out << "Instance added! Make it the active one with: ledgerfinch-cli instances use "
                     << printable(input->address()) << '\n';
         return ExitCode::Ok;

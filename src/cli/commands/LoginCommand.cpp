@@ -53,6 +53,7 @@ public:
         fillIn(view, *input, *services.defaults);
         const bool interrupted = !runForm(view, [&] { view.login(); });
         if (view.loggedIn()) {
+            tellDoubt(console, view, *input);
             console.out << "Logged in at " << printable(input->address()) << ".\n";
             return ExitCode::Ok;
         }

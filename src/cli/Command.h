@@ -43,6 +43,8 @@ public:
     [[nodiscard]] virtual std::string_view description() const = 0;
     [[nodiscard]] virtual std::span<const PositionalDescription> positionals() const { return {}; }
     [[nodiscard]] virtual std::span<const OptionDescription> options() const { return {}; }
+    /// What it may end with, ascending.
+    [[nodiscard]] virtual std::span<const ExitCode> exitCodes() const = 0;
     /// A sentence when these words must be refused before they are looked at closer; for secrets in the wrong place.
     [[nodiscard]] virtual std::string objection(std::span<const std::string> words) const;
     virtual ExitCode execute(CommandContext& context, const Arguments& arguments) const = 0;

@@ -33,6 +33,12 @@ ExitCode complainOfConnecting(const Console& console, const Services& services, 
     return ExitCode::Failed;
 }
 
+void tellDoubt(const Console& console, const ConnectForm& form, const LoginInput& input) {
+    const auto doubt = form.reason().toStdString();
+    if (form.failure() || doubt.empty()) return;
+    console.complain(hostText(input.address()) + ": The server didn't confirm the token. " + printable(doubt));
+}
+
 ExitCode complainOfInterruption(const Console& console) {
     console.complain("Stopped. Nothing was changed.");
     return ExitCode::Interrupted;

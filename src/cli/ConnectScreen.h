@@ -19,6 +19,8 @@ bool runForm(ConnectForm& form, const std::function<void()>& start);
 /// Says why the form's work came to nothing.
 ExitCode complainOfConnecting(const Console& console, const Services& services, const ConnectForm& form,
                               const LoginInput& input);
+/// Says what speaks against a login that came about all the same: a token that the server didn't confirm.
+void tellDoubt(const Console& console, const ConnectForm& form, const LoginInput& input);
 /// Says that a signal ended it.
 ExitCode complainOfInterruption(const Console& console);
 

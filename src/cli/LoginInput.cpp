@@ -77,7 +77,7 @@ public:
 
 private:
     bool splitAddress(const std::string& url) {
-        if (url.empty()) return isText(url, "The address");
+        if (!isText(url, "The address")) return false;
         for (const std::string_view protocol : {"https://", "http://"}) {
             if (!startsWithIgnoringCase(url, protocol)) continue;
             input.connectionProtocol = protocol;
@@ -110,8 +110,11 @@ private:
         const auto file = m_arguments.value("header-file");
         if (!file) return true;
         struct stat status {};
-        std::ifstream stream(*file, std::ios::binary);
-        if (::stat(file->c_str(), &status) != 0 || !stream || !S_ISREG(status.st_mode)) {
+        std::ifstream stream;
+        // Looked at before it is opened: opening a pipe waits for its other end. That of a shell's "<(...)" is there.
+        const bool isThere = ::stat(file->c_str(), &status) == 0;
+        if (isThere && (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode))) stream.open(*file, std::ios::binary);
+        if (!stream.is_open()) {
             m_console.complain("The file of headers can't be read: " + printable(*file));
             failure = ExitCode::NotFound;
             return false;

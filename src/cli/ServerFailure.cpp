@@ -98,8 +98,10 @@ ExitCode complainOf(const Console& console, const Services& services, std::strin
         console.complain(printable(reason));
     else if (failure.kind == ApiError::Case::couldntConnect)
         console.complain(failureText(address, status::kNoAnswer, reason));
+    else if (failure.kind == ApiError::Case::invalidCredentials)
+        console.complain(failureText(address, 401, reason + ". Check the user name and the password, or the token."));
     else
-        console.complain(failureText(address, 0, reason));
+        console.complain(failureText(address, failure.status, reason));
     return exitCodeOf(failure, services.secrets->kind() == "file");
 }
 

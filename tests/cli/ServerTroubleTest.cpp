@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <optional>
+#include <thread>
 
 namespace ledgerfinch::cli {
 namespace {
@@ -161,6 +162,8 @@ TEST_F(ServerTroubleTest, AWaitIsEndedByCtrlCAtOnce) {
         EXPECT_TRUE(program.err().starts_with("Stopped.")) << words[0] << ": " << program.err();
         EXPECT_EQ(std::count(program.err().begin(), program.err().end(), '\n'), 1) << program.err();
         server.faults().clear();
+        while (server.faults().stalled() != 0)
+            std::this_thread::yield();
     }
     EXPECT_EQ(run({"sync"}).code, 0);
     EXPECT_EQ(nlohmann::json::parse(run({"status", "--json"}).out)["downloads"]["files"], 120);

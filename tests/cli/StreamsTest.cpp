@@ -86,8 +86,17 @@ TEST_F(StreamsTest, OfAnyBytesAreReadAndWritten) {
     EXPECT_TRUE(std::filesystem::exists(strange / "config"));
 
     loginAndSync();
-    ASSERT_EQ(run({"download", "1", "-o", (folder / "\xfc.pdf").string()}).code, 0);
-    EXPECT_TRUE(std::filesystem::exists(folder / "\xfc.pdf"));
+    const auto file = folder / "\xfc.pdf";
+    ASSERT_EQ(run({"download", "1", "-o", file.string()}).code, 0);
+    // Down the pipe, the bytes and nothing else; into a file, which the system's name for it leads to, too.
+    const auto piped = run({"download", "1", "-o", "/proc/self/fd/1"});
+    EXPECT_EQ(piped.code, 0) << piped.err;
+    EXPECT_EQ(piped.out, read(file));
+    const auto out = folder / "out";
+    const auto command = std::string(LEDGERFINCH_CLI) + " --data-dir " + (folder / "data").string() +
+                         " download 1 --force -o /proc/self/fd/1 > " + out.string();
+    EXPECT_EQ(WEXITSTATUS(std::system(command.c_str())), 0);
+    EXPECT_EQ(read(out), read(file));
 }
 
 } // namespace

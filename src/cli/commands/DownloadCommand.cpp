@@ -119,11 +119,12 @@ std::filesystem::path targetPath(const std::optional<std::string>& output, const
 
 ExitCode writeOut(Console& console, const Fetched& fetched, const Arguments& arguments) {
     const auto target = targetPath(arguments.value("output"), fetched.fileName);
+    const bool intoStream = isStream(target);
     const auto written =
         writeOutputFile(target, fetched.bytes, arguments.has("force") ? Overwrite::Yes : Overwrite::No);
     const std::string name = printable(target.string());
     if (written) {
-        console.out << name << '\n';
+        if (!intoStream) console.out << name << '\n';
         return ExitCode::Ok;
     }
     if (written.error().code == static_cast<int>(OutputError::Exists))
@@ -135,24 +136,32 @@ ExitCode writeOut(Console& console, const Fetched& fetched, const Arguments& arg
 
 constexpr std::array<PositionalDescription, 1> kPositionals{{{"ID", "The document's number on the server."}}};
 constexpr std::array<OptionDescription, 3> kOptions{{
-    {"output", "PATH", "The file to write, or the folder to write into; the current folder unless said otherwise.",
+    {"output", "PATH",
+     "The file to write, or the folder to write into; the current folder unless said otherwise. Into a pipe or a "
+     "device, "
+     "/dev/stdout say, go the bytes alone.",
      'o'},
     {"original", "", "The file as it was added, not the archived form; always fetched from the server."},
     {"force", "", "Overwrite what is there.", 'f'},
 }};
+
+constexpr std::array<ExitCode, 10> kEndsWith{
+    ExitCode::Ok,          ExitCode::Failed,   ExitCode::Usage,        ExitCode::BadData, ExitCode::NotFound,
+    ExitCode::Unreachable, ExitCode::Internal, ExitCode::CannotCreate, ExitCode::Refused, ExitCode::Interrupted};
 
 class DownloadCommand final : public Command {
 public:
     std::string_view name() const override { return "download"; }
     std::string_view summary() const override { return "Write a document's file."; }
     std::string_view description() const override {
-        return "Writes the file of a document and tells its name. A file that is on this device already is taken from "
-               "there, "
-               "without the server; else it is downloaded and kept. The name is made of the document's title.\n\n"
+        return "Writes the file of a document and tells its name. A file that is on this device already is "
+               "taken from there, without the server; else it is downloaded, and kept where that can be. The "
+               "name is made of the document's title.\n\n"
                "Nothing is overwritten without --force.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();

@@ -70,6 +70,7 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
     fillIn(view, *input, *program->services().defaults);
     if (!runForm(view, [&] { view.connectToServer(); })) return complainOfInterruption(console);
     if (view.showSuccess()) {
+        tellDoubt(console, view, *input);
         console.out << "Instance added! Make it the active one with: ledgerfinch-cli instances use "
                     << printable(input->address()) << '\n';
         return ExitCode::Ok;
@@ -173,7 +174,7 @@ std::span<const OptionDescription> instanceOptions() {
     static const auto options = [] {
         const auto login = loginOptions();
         std::vector<OptionDescription> all(login.begin(), login.end());
-        all.push_back({"yes", "", "Remove without asking.", 'y'});
+        all.push_back({"yes", "", "Remove without asking; needed where nobody can be asked.", 'y'});
         all.push_back({"json", "", "An array of objects in place of the table."});
         return all;
     }();
@@ -190,21 +191,26 @@ std::vector<std::string_view> optionsOf(std::string_view action) {
     return names;
 }
 
+constexpr std::array<ExitCode, 10> kEndsWith{
+    ExitCode::Ok,          ExitCode::Failed,   ExitCode::Usage,        ExitCode::BadData, ExitCode::NotFound,
+    ExitCode::Unreachable, ExitCode::Internal, ExitCode::CannotCreate, ExitCode::Refused, ExitCode::Interrupted};
+
 class InstancesCommand final : public Command {
 public:
     std::string_view name() const override { return "instances"; }
     std::string_view summary() const override { return "List, add, switch and remove servers."; }
     std::string_view description() const override {
-        return "Several servers may be connected, each with a local store of its own; one of them is active, and the "
-               "other "
-               "commands work with it.\n\n"
-               "add connects a further server and takes the options of login; use makes a server the active one; "
-               "remove "
-               "forgets a server's token and deletes its local documents. The active server can't be removed.";
+        return "Several servers may be connected, each with a local store of its own; one of them is active, "
+               "and the other commands work with it.\n\n"
+               "list takes --json. add connects a further server and takes the options of login. use makes a "
+               "server the active one, if a token is kept for it that it doesn't refuse. remove, which takes --yes, "
+               "forgets a server's token, headers and settings, and deletes its local store and its files. The "
+               "active server can't be removed.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return instanceOptions(); }
     std::string objection(std::span<const std::string> words) const override { return objectionToSecrets(words); }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         const auto action = arguments.positional(0);

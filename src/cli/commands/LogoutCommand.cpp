@@ -7,10 +7,14 @@
 #include "app/CompositionRoot.h"
 #include "connection/RemoveInstance.h"
 
+#include <array>
 #include <ostream>
 
 namespace ledgerfinch::cli {
 namespace {
+
+constexpr std::array<ExitCode, 5> kEndsWith{ExitCode::Ok, ExitCode::Usage, ExitCode::Internal, ExitCode::CannotCreate,
+                                            ExitCode::Refused};
 
 class LogoutCommand final : public Command {
 public:
@@ -21,6 +25,7 @@ public:
                "in "
                "again to sync.";
     }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments&) const override {
         auto& console = context.console();

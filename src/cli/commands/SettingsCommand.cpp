@@ -80,17 +80,21 @@ constexpr std::array<PositionalDescription, 3> kPositionals{{
 constexpr std::array<OptionDescription, 1> kOptions{
     {{"json", "", "JSON: list gives an array of objects, get one text."}}};
 
+constexpr std::array<ExitCode, 6> kEndsWith{ExitCode::Ok,       ExitCode::Usage,    ExitCode::BadData,
+                                            ExitCode::NotFound, ExitCode::Internal, ExitCode::CannotCreate};
+
 class SettingsCommand final : public Command {
 public:
     std::string_view name() const override { return "settings"; }
     std::string_view summary() const override { return "List, read and change settings."; }
     std::string_view description() const override {
-        return "Settings have the same names and meanings as in the app, which sees a change at once. A value that is "
-               "private "
-               "reads <private>; what belongs to a store or a login is changed by the commands that keep both in step.";
+        return "Settings have the same names and meanings as in the app, which sees a change at once. A value "
+               "that is private reads <private>; what belongs to a store or a login is changed by the commands "
+               "that keep both in step. list and get take --json.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();

@@ -170,9 +170,12 @@ void writeJson(Console& console, const CoreDataHandler& core, const CD_Document&
 
 constexpr std::array<PositionalDescription, 1> kPositionals{{{"ID", "The document's number on the server."}}};
 constexpr std::array<OptionDescription, 2> kOptions{{
-    {"content", "", "Show the document's text and nothing else."},
+    {"content", "", "Show the document's text and nothing else; not with --json."},
     {"json", "", "One object with everything, the text included."},
 }};
+
+constexpr std::array<ExitCode, 6> kEndsWith{ExitCode::Ok,       ExitCode::Usage,        ExitCode::NotFound,
+                                            ExitCode::Internal, ExitCode::CannotCreate, ExitCode::Refused};
 
 class ShowCommand final : public Command {
 public:
@@ -185,6 +188,7 @@ public:
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();

@@ -150,18 +150,24 @@ constexpr std::array<OptionDescription, 1> kOptions{{
     {"full", "", "Fetch every document again, not only those that changed since the last sync."},
 }};
 
+constexpr std::array<ExitCode, 12> kEndsWith{ExitCode::Ok,          ExitCode::Failed,   ExitCode::PartlyFailed,
+                                             ExitCode::Usage,       ExitCode::BadData,  ExitCode::NotFound,
+                                             ExitCode::Unreachable, ExitCode::Internal, ExitCode::CannotCreate,
+                                             ExitCode::Busy,        ExitCode::Refused,  ExitCode::Interrupted};
+
 class SyncCommand final : public Command {
 public:
     std::string_view name() const override { return "sync"; }
     std::string_view summary() const override { return "Bring the local store up to the server's state."; }
     std::string_view description() const override {
-        return "Fetches what changed on the active server, then the files that the settings ask for. On a terminal one "
-               "line "
-               "tells how far it is; elsewhere only errors are written.\n\n"
-               "Ctrl-C ends it after the record in hand; everything until then is kept. One process at a time syncs a "
-               "store.";
+        return "Fetches what changed on the active server, then the files that the settings ask for. On a "
+               "terminal one line tells how far it is; elsewhere only errors are written.\n\n"
+               "Ctrl-C gives up the request that is waited for and ends the sync after the record in hand; "
+               "everything until then is kept, and the next sync makes up for the rest. One process at a time "
+               "syncs a store.";
     }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();

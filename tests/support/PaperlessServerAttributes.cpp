@@ -3,6 +3,7 @@
 #include "support/PaperlessServerEndpoints.h"
 #include "support/PaperlessServerPermissions.h"
 #include "support/PaperlessServerSerialize.h"
+#include "support/PaperlessServerTasks.h"
 #include "support/PaperlessServerValidation.h"
 
 #include <algorithm>
@@ -111,6 +112,22 @@ void touchDocumentsOfPath(State& state, Id path) {
     }
 }
 
+/// A tag under a new parent takes its documents along, and those that didn't have the parent are touched.
+void addAncestorsToDocuments(State& state, Id tag) {
+    const auto& tags = state.table(Kind::Tag);
+    for (auto& [id, document] : state.documents) {
+        auto before = document.tags.size();
+        auto has = [&](Id wanted) {
+            return std::find(document.tags.begin(), document.tags.end(), wanted) != document.tags.end();
+        };
+        if (!has(tag)) continue;
+        for (auto parent = tags.at(tag).parent; parent; parent = tags.at(*parent).parent) {
+            if (!has(*parent)) document.tags.push_back(*parent);
+        }
+        if (document.tags.size() != before) document.modified = state.now();
+    }
+}
+
 std::vector<Id> listedIds(const Context& context, Kind kind) {
     std::vector<const Attribute*> list;
     auto part = lowerText(context.request.argument("name__icontains").value_or(""));
@@ -179,7 +196,12 @@ Response updateAttribute(Context& context, Kind kind) {
     if (body.failed()) return body.errors();
     if (auto conflict = nameConflict(body, context.state, kind, changed)) return *conflict;
     auto moved = changed.path != attribute->path;
+    auto isReparented = changed.parent && changed.parent != attribute->parent;
     *attribute = changed;
+    if (isReparented) {
+        addAncestorsToDocuments(context.state, attribute->id);
+        if (context.release.isThree()) finishAtOnce(context.state, addTask(context.state, TaskKind::BulkUpdate));
+    }
     if (moved) touchDocumentsOfPath(context.state, attribute->id);
     context.state.changed();
     return show(context, kind, *attribute, false);

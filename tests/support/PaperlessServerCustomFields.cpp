@@ -45,12 +45,13 @@ std::optional<Response> readOptions(Context& context, const Json& options, Custo
     std::vector<SelectOption> read;
     for (const auto& option : options) {
         if (!context.api.hasOptionIds) {
-            read.push_back({newOptionId(context.state), option});
+            read.push_back({newOptionId(context.state), option, false});
             continue;
         }
         if (!option.is_object() || !option.contains("label")) return serverError();
         auto id = option.value("id", Json());
-        read.push_back({id.is_string() ? id.get<std::string>() : newOptionId(context.state), option["label"]});
+        read.push_back({id.is_string() ? id.get<std::string>() : newOptionId(context.state), option["label"],
+                        option.begin().key() == "id"});
     }
     field.options = std::move(read);
     return std::nullopt;
@@ -100,7 +101,7 @@ Response listCustomFields(Context& context) {
     if (context.release.isThree()) {
         std::stable_sort(ids.begin(), ids.end(), [&](Id left, Id right) {
             const auto& fields = context.state.customFields;
-            return lowerAscii(fields.at(left).name) < lowerAscii(fields.at(right).name);
+            return fields.at(left).name < fields.at(right).name;
         });
     } else {
         std::reverse(ids.begin(), ids.end());

@@ -95,6 +95,7 @@ File fileOf(const State& state, const Document& document, bool original) {
 Response fileResponse(File file, std::string_view kind) {
     auto response = rawJsonResponse(std::move(file.bytes));
     response.contentType = file.mimeType;
+    response.isFile = true;
     response.headers.emplace_back("content-disposition", disposition(kind, file.name));
     return response;
 }
@@ -110,6 +111,7 @@ bool isUnchanged(const Context& context, Micros time, const std::string& etag) {
 
 Response notModified(Response response) {
     response.status = 304;
+    std::erase_if(response.headers, [](const auto& header) { return header.first == "content-disposition"; });
     response.contentType.clear();
     response.body.clear();
     return response;
@@ -194,15 +196,27 @@ Response documentSuggestions(Context& context) {
     return response;
 }
 
+Response documentRoot(Context& context) {
+    auto [document, error] = find(context);
+    return document == nullptr ? error : jsonResponse(Json{{"root_id", document->id}});
+}
+
 Response documentThumbnail(Context& context) {
     auto [document, error] = find(context);
     if (document == nullptr) return error;
     auto isWebp = context.state.thumbnailsAreWebp;
     auto response = rawJsonResponse(isWebp ? makeWebp(document->id) : makePng(document->id));
     response.contentType = isWebp ? "image/webp" : "image/png";
+    std::string etag;
+    if (context.release.isThree()) {
+        etag = "\"" + checksumOf(*document, true) + "\"";
+        auto name = storedName(*document, isWebp ? ".webp" : ".png");
+        response.headers.emplace_back("content-disposition", "inline; filename=\"" + name + "\"");
+        response.headers.emplace_back("etag", etag);
+    }
     response.headers.emplace_back("last-modified", httpDateText(document->filed));
     response.headers.emplace_back("cache-control", "no-cache");
-    return isUnchanged(context, document->filed, {}) ? notModified(std::move(response)) : response;
+    return isUnchanged(context, document->filed, etag) ? notModified(std::move(response)) : response;
 }
 
 Response documentPreview(Context& context) {

@@ -104,7 +104,9 @@ std::string listKey(const Request& request, const User& user) {
 
 Response searchPage(Context& context, const SelectedDocuments& selected, const std::string& all) {
     auto shape = shapeOf(context);
-    auto query = context.request.argument("query").value_or("");
+    std::string query;
+    for (const char* key : {"query", "text", "title_search"})
+        query += context.request.argument(key).value_or("");
     auto crashed = false;
     std::size_t rank = pageOf(context.request, selected.ids.size()).value_or(Page{}).first;
     auto write = [&](std::string& to, Id id) {
@@ -113,8 +115,7 @@ Response searchPage(Context& context, const SelectedDocuments& selected, const s
         ++rank;
         if (!appendDocument(to, context.state, document, shape, ",\"__search_hit__\":" + textOf(hit))) crashed = true;
     };
-    auto isQuery = context.request.argument("query").has_value() || context.request.argument("more_like_id");
-    auto response = pagedResponse(context, selected.ids, write, &all, isQuery ? ",\"corrected_query\":null" : "");
+    auto response = pagedResponse(context, selected.ids, write, &all, ",\"corrected_query\":null");
     if (crashed) return bareText(400, "Error listing search results, check logs for more detail.");
     return response;
 }
@@ -122,6 +123,12 @@ Response searchPage(Context& context, const SelectedDocuments& selected, const s
 } // namespace
 
 Response listDocuments(Context& context, ListCache& cache) {
+    auto searches = [&](const char* key) {
+        return context.request.argument(key).has_value();
+    };
+    if (context.release.isThree() &&
+        searches("text") + searches("title_search") + searches("query") + searches("more_like_id") > 1)
+        return detail(400, "Specify only one of text, title_search, query, or more_like_id.");
     auto key = listKey(context.request, *context.user);
     auto cached = std::find_if(cache.entries.begin(), cache.entries.end(), [&](const auto& entry) {
         return entry.revision == context.state.revision && entry.key == key;
@@ -132,6 +139,10 @@ Response listDocuments(Context& context, ListCache& cache) {
         std::string all;
         if (selected.isSearch) {
             auto sorted = selected.ids;
+            if (context.release.isThree()) {
+                appendIds(all, sorted);
+                return searchPage(context, selected, all);
+            }
             std::stable_sort(sorted.begin(), sorted.end(), [&](Id left, Id right) {
                 const auto& one = context.state.documents.at(left);
                 const auto& other = context.state.documents.at(right);

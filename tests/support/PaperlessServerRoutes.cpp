@@ -165,6 +165,7 @@ struct Routes::Route {
     std::string model;
     std::vector<std::pair<std::string, Handler>> handlers;
     bool isOutsideApi = false; ///< a plain page: no negotiation, no version headers
+    bool isOnlyInThree = false;
 };
 
 struct Routes::Match {
@@ -241,6 +242,8 @@ void Routes::addDocumentRoutes() {
     add({"post_document"}, postOnly, Access::LoggedIn, {{"POST", uploadDocument}});
     add({"bulk_edit"}, postOnly, Access::LoggedIn, {{"POST", bulkEdit}});
     add({"selection_data"}, postOnly, Access::LoggedIn, {{"POST", selectionData}});
+    add({"delete"}, postOnly, Access::LoggedIn, {{"POST", bulkDelete}});
+    m_routes.back().isOnlyInThree = true;
     add({"*"}, "GET, PUT, PATCH, DELETE, HEAD, OPTIONS", Access::Model,
         {{"GET", getDocument}, {"PUT", updateDocument}, {"PATCH", updateDocument}, {"DELETE", deleteDocument}});
     add({"*", "notes"}, "GET, POST, DELETE, HEAD, OPTIONS", Access::Model,
@@ -253,6 +256,8 @@ void Routes::addDocumentRoutes() {
     add({"*", "preview"}, readOnly, Access::Model, {{"GET", documentPreview}});
     add({"*", "download"}, readOnly, Access::Model, {{"GET", documentDownload}});
     m_routes.push_back({{"share", "*"}, readOnly, Access::Public, "", {{"GET", openShareLink}}, true});
+    add({"*", "root"}, readOnly, Access::Model, {{"GET", documentRoot}});
+    m_routes.back().isOnlyInThree = true;
 }
 
 void Routes::addOtherRoutes() {
@@ -267,7 +272,11 @@ void Routes::addOtherRoutes() {
     add({"token"}, postOnly, Access::Public, "", {{"POST", login}});
     add({"tasks"}, readOnly, Access::Model, "paperlesstask", {{"GET", listTasks}});
     add({"tasks", "acknowledge"}, postOnly, Access::LoggedIn, "", {{"POST", acknowledgeTasks}});
+    add({"tasks", "active"}, readOnly, Access::Model, "paperlesstask", {{"GET", activeTasks}});
+    m_routes.back().isOnlyInThree = true;
     add({"tasks", "*"}, readOnly, Access::Model, "paperlesstask", {{"GET", getTask}});
+    add({"share_link_bundles"}, listMethods, Access::Model, "sharelinkbundle", {{"GET", emptyList}});
+    m_routes.back().isOnlyInThree = true;
     add({"trash"}, listMethods, Access::LoggedIn, "", {{"GET", listTrash}, {"POST", changeTrash}});
     add({"ui_settings"}, listMethods, Access::Model, "uisettings", {{"GET", getUiSettings}, {"POST", setUiSettings}});
     add({"statistics"}, readOnly, Access::LoggedIn, "", {{"GET", getStatistics}});
@@ -322,7 +331,7 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     auto segments = segmentsOf(path.substr(std::min<std::size_t>(1, path.size())));
     for (const auto& route : m_routes) {
         if (!match.endsInSlash && !route.isOutsideApi) continue;
-        if (route.segments.size() != segments.size()) continue;
+        if (route.segments.size() != segments.size() || (route.isOnlyInThree && !release.isThree())) continue;
         match.arguments.clear();
         auto fits = true;
         for (std::size_t index = 0; fits && index < segments.size(); ++index) {
@@ -361,7 +370,8 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     auto variesByAccept = isApi && response.variesByAccept && match.route->access != Access::Public;
     std::string vary = variesByAccept ? "Accept, " : "";
     vary += "Accept-Language, origin, Cookie";
-    if (response.body.size() >= compressedLength) vary += ", Accept-Encoding";
+    auto isLong = response.body.size() >= compressedLength || (response.isFile && release.isThree());
+    if (isLong && response.status != 304) vary += ", Accept-Encoding";
     headers.emplace_back("vary", vary);
     if (isApi && response.hasAllow) headers.emplace_back("allow", match.route->allow);
     headers.emplace_back("x-frame-options", "SAMEORIGIN");

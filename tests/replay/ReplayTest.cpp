@@ -257,6 +257,21 @@ TEST_F(ReplayTest, ChangesThatMoveModifiedAnswerAsRecordedInVersionNine) {
     replay("sync-v9");
 }
 
+TEST_F(ReplayTest, TwoSevenAnswersAsRecorded) {
+    start({"2.7.2", ServerMode::V2_7, "2.7.2", RecordedMoment::BeforeUploads, "2026-11-22T20:11:52Z"});
+    replay("uploads");
+}
+
+TEST_F(ReplayTest, TwoSevenReadsAsRecorded) {
+    start({"2.7.2", ServerMode::V2_7, "2.7.2", RecordedMoment::AfterUploads, "2026-11-22T20:12:17Z"});
+    replay("main");
+}
+
+TEST_F(ReplayTest, TwoSevenWritesAsRecorded) {
+    start({"2.7.2", ServerMode::V2_7, "2.7.2-again", RecordedMoment::AfterUploads, "2026-11-22T20:13:26Z"});
+    replay("mutations");
+}
+
 TEST_F(ReplayTest, ThreeAnswersVersionNineAsRecorded) {
     start({"3.0.5", ServerMode::V3, "3.0.5", RecordedMoment::BeforeUploads, "2026-11-22T20:29:17Z"});
     m_server.setLeavesRemovedOptions(true);

@@ -58,6 +58,7 @@ std::optional<Response> readOptions(Context& context, const Json& options, Custo
 }
 
 std::optional<Response> readExtraData(Context& context, const BodyReader& body, CustomField& field) {
+    if (context.release.isTwoSeven()) return std::nullopt;
     const auto* extra = body.find("extra_data");
     if (field.dataType == "select") {
         auto hasOptions = extra != nullptr && extra->is_object() && extra->contains("select_options") &&
@@ -86,7 +87,7 @@ std::optional<Response> readField(Context& context, BodyReader& body, CustomFiel
                                           return other.first != field.id && other.second.name == field.name;
                                       });
     if (taken) body.fail("name", "custom field with this name already exists.");
-    body.choice("data_type", field.dataType, dataTypes(), true);
+    body.choice("data_type", field.dataType, dataTypes(context.state.mode), true);
     if (body.failed()) return body.errors();
     return readExtraData(context, body, field);
 }

@@ -28,7 +28,19 @@ Found find(Context& context) {
     return {document, {}};
 }
 
+/// Newest first, with whole authors and times in UTC.
+Response showNotesOfTwoSeven(const Context& context, const Document& document) {
+    auto api = context.api;
+    api.hasNoteAuthors = true;
+    auto notes = *notesJson(context.state, document, api);
+    for (auto& note : notes)
+        note["created"] = utcTimeText(*parseTime(note["created"].get<std::string>()));
+    std::reverse(notes.begin(), notes.end());
+    return jsonResponse(notes);
+}
+
 Response showNotes(const Context& context, const Document& document) {
+    if (context.release.isTwoSeven()) return showNotesOfTwoSeven(context, document);
     auto notes = notesJson(context.state, document, context.api);
     if (!notes) return jsonResponse(Json{{"error", "Error retrieving notes, check logs for more detail."}});
     return jsonResponse(*notes);
@@ -54,11 +66,12 @@ Response removeNote(Context& context, Document& document) {
         !mayChange(*context.user, document.owner, document.permissions))
         return bareText(403, "Insufficient permissions to delete notes");
     auto wanted = context.request.argument("id");
+    if (!wanted && context.release.isTwoSeven()) return serverError();
     if (!wanted) return jsonResponse(Json{{"id", "This field is required."}}, 400);
     auto id = keyNumber(Json(*wanted));
     auto note =
         std::find_if(document.notes.begin(), document.notes.end(), [&](const Note& one) { return one.id == id; });
-    if (note == document.notes.end()) return noMatch("Note");
+    if (note == document.notes.end()) return context.release.isTwoSeven() ? serverError() : noMatch("Note");
     document.notes.erase(note);
     ++document.deletedNotes;
     document.modified = context.state.now();

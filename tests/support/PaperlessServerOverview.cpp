@@ -80,6 +80,13 @@ Response getStatistics(Context& context) {
     for (auto id : visibleIds(state.table(Kind::Tag), *context.user)) {
         if (state.table(Kind::Tag).at(id).isInboxTag) inbox.push_back(id);
     }
+    auto counted = inbox;
+    if (context.release.isTwoSeven()) {
+        // Inbox tags that the user doesn't see counted all the same.
+        for (const auto& [id, tag] : state.table(Kind::Tag)) {
+            if (tag.isInboxTag) counted.push_back(id);
+        }
+    }
     std::int64_t total = 0, inInbox = 0, characters = 0, largest = 0;
     std::map<std::string, std::int64_t> types;
     for (const auto& [id, document] : state.documents) {
@@ -90,7 +97,7 @@ Response getStatistics(Context& context) {
         characters += std::int64_t(textLength(document.content));
         ++types[document.mimeType];
         inInbox += std::any_of(document.tags.begin(), document.tags.end(),
-                               [&](Id tag) { return std::find(inbox.begin(), inbox.end(), tag) != inbox.end(); });
+                               [&](Id tag) { return std::find(counted.begin(), counted.end(), tag) != counted.end(); });
     }
     std::vector<std::pair<std::string, std::int64_t>> byCount(types.begin(), types.end());
     std::stable_sort(byCount.begin(), byCount.end(),

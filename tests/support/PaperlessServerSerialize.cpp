@@ -96,6 +96,10 @@ void appendOptionalText(FieldWriter& writer, std::string& to, std::string_view k
     }
 }
 
+Micros timeOf(const Document& document) {
+    return document.createdTime.value_or(parseTime(document.created).value_or(0));
+}
+
 bool isShared(const Document& document, const User& viewer) {
     return document.owner == viewer.id &&
            (!document.permissions.viewUsers.empty() || !document.permissions.viewGroups.empty());
@@ -203,6 +207,8 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     if (writer.key("tags")) appendIds(to, tagsByName(state, document.tags));
     if (shape.api.hasPlainDates) {
         writer.text("created", document.created);
+    } else if (shape.api.keepsTimeOfDay && document.createdTime) {
+        writer.text("created", localTimeText(*document.createdTime));
     } else {
         writer.text("created", localMidnightText(document.created));
     }
@@ -278,11 +284,13 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     if (shape.documentCount) json["document_count"] = *shape.documentCount;
     if (kind == Kind::Correspondent && shape.withLastCorrespondence) {
         json["last_correspondence"] = nullptr;
-        std::string last;
+        const Document* last = nullptr;
         for (const auto& [id, document] : state.documents) {
-            if (!document.deletedAt && document.correspondent == attribute.id) last = std::max(last, document.created);
+            if (document.deletedAt || document.correspondent != attribute.id) continue;
+            if (last == nullptr || timeOf(*last) < timeOf(document)) last = &document;
         }
-        if (!last.empty()) json["last_correspondence"] = last;
+        if (last != nullptr)
+            json["last_correspondence"] = shape.api.keepsTimeOfDay ? localTimeText(timeOf(*last)) : last->created;
     }
     json["owner"] = orNull(attribute.owner);
     if (shape.fullPermissions) {

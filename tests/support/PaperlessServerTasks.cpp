@@ -75,7 +75,8 @@ std::string refusal(const State& state, Task& task, const std::string& checksum)
     auto mayRepeat = state.mode == ServerMode::V3 && !state.refusesDuplicates;
     for (const auto& [id, document] : state.documents) {
         if (mayRepeat || document.checksum != checksum) continue;
-        auto text = refuse("It is a duplicate of " + document.title + " (#" + std::to_string(id) + ").");
+        auto text = refuse("It is a duplicate of " + document.title + " (#" + std::to_string(id) + ")" +
+                           (state.mode == ServerMode::V2_7 ? "" : "."));
         task.duplicateOf = id;
         task.duplicateInTrash = document.deletedAt.has_value();
         return task.duplicateInTrash ? text + " Note: existing document is in the trash." : text;
@@ -181,8 +182,14 @@ void finishAtOnce(State& state, Task& task) {
     state.changed();
 }
 
+/// In the oldest release tasks were nobody's.
+bool maySeeTask(const Context& context, const Task& task) {
+    return context.release.isTwoSeven() || maySee(*context.user, task.owner, {});
+}
+
 Response uploadDocument(Context& context) {
-    if (!hasPermission(context.state, *context.user, "add_document")) return bareText(403, "Insufficient permissions");
+    auto mayAdd = context.release.isTwoSeven() || hasPermission(context.state, *context.user, "add_document");
+    if (!mayAdd) return bareText(403, "Insufficient permissions");
     auto form = formJson(context.request);
     BodyReader body(form, false);
     Upload upload;
@@ -235,7 +242,8 @@ Response listTasks(Context& context) {
     std::vector<Id> seen;
     for (auto entry = context.state.tasks.rbegin(); entry != context.state.tasks.rend(); ++entry) {
         const auto& task = entry->second;
-        if (!maySee(*context.user, task.owner, {}) || !fits("task_id", task.taskId)) continue;
+        if (!maySeeTask(context, task) || !fits("task_id", task.taskId)) continue;
+        if (context.release.isTwoSeven() && task.acknowledged) continue;
         if (acknowledged && task.acknowledged != request.flag("acknowledged")) continue;
         if (status && lowerAscii(*status) != taskStatus(task)) continue;
         if (!fits("task_name", taskKindName(task)) || !fits("task_type", taskKindName(task))) continue;
@@ -272,8 +280,7 @@ Response activeTasks(Context& context) {
 
 Response getTask(Context& context) {
     auto found = context.state.tasks.find(context.id());
-    if (found == context.state.tasks.end() || !maySee(*context.user, found->second.owner, {}))
-        return noMatch("PaperlessTask");
+    if (found == context.state.tasks.end() || !maySeeTask(context, found->second)) return noMatch("PaperlessTask");
     return jsonResponse(taskJson(context.state, found->second, context.api));
 }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 // What the engine costs above bare SQLite, as ratios of one run: absolute figures drift with the load of the machine.
-//   objectstore_bench [documents for merging] [documents for opening]
+//   bench_objectstore [documents for merging] [documents for opening]
+#include "Limits.h"
+
 #include "objectstore/PersistentContainer.h"
 #include "platform/LogSinks.h"
 
@@ -13,6 +15,7 @@
 #include <unistd.h>
 
 using namespace ledgerfinch;
+using bench::Limits;
 
 namespace {
 
@@ -305,7 +308,7 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
-void benchMerging(const std::filesystem::path& folder, std::size_t documents) {
+void benchMerging(const std::filesystem::path& folder, std::size_t documents, Limits& limits) {
     for (const char* name : {"bare.sqlite", "engine.sqlite"}) {
         auto container = openStore(folder / name);
         auto context = container->newBackgroundContext();
@@ -338,8 +341,9 @@ void benchMerging(const std::filesystem::path& folder, std::size_t documents) {
         engineCpu += cpuMilliseconds() - between;
         if (start > documents / 2 && memoryAtStart == 0) memoryAtStart = residentKilobytes();
     }
-    std::printf("merge of %zu documents, one save each: bare %.0f ms, engine %.0f ms, ratio %.2f (at most 2.0)\n",
-                documents, bareTime, engineTime, engineTime / bareTime);
+    std::printf("merge of %zu documents, one save each: bare %.0f ms, engine %.0f ms\n", documents, bareTime,
+                engineTime);
+    limits.atMost("merge to bare statements", engineTime / bareTime, 2.0);
     std::printf("  processor time alone: bare %.1f us a document, engine %.1f us, ratio %.2f\n",
                 bareCpu * 1000 / static_cast<double>(documents), engineCpu * 1000 / static_cast<double>(documents),
                 engineCpu / bareCpu);
@@ -354,7 +358,7 @@ void benchMerging(const std::filesystem::path& folder, std::size_t documents) {
                 static_cast<double>(container->rowsWritten() - written) / (static_cast<double>(documents) / 5));
 }
 
-void benchOpening(const std::filesystem::path& folder, std::size_t documents) {
+void benchOpening(const std::filesystem::path& folder, std::size_t documents, Limits& limits) {
     const auto file = folder / "large.sqlite";
     {
         auto container = openStore(file);
@@ -382,9 +386,9 @@ void benchOpening(const std::filesystem::path& folder, std::size_t documents) {
             if (bytes == 0) std::abort();
         }));
     }
-    std::printf("opening %zu documents and reading the first 50 by date: bare %.3f ms, engine %.3f ms, ratio %.2f (at "
-                "most 1.5)\n",
-                documents, median(bareTimes), median(engineTimes), median(engineTimes) / median(bareTimes));
+    std::printf("opening %zu documents and reading the first 50 by date: bare %.3f ms, engine %.3f ms\n", documents,
+                median(bareTimes), median(engineTimes));
+    limits.atMost("opening to bare statements", median(engineTimes) / median(bareTimes), 1.5);
     auto container = openStore(file);
     std::printf("  all ids by date: %.1f ms\n", milliseconds([&] {
                     if (container->fetchIDs({.entity = "Document", .predicate = {}, .sort = {{"created"}}, .limit = {}})
@@ -396,13 +400,15 @@ void benchOpening(const std::filesystem::path& folder, std::size_t documents) {
 } // namespace
 
 int main(int argc, char** argv) {
+    const bool check = bench::takeCheck(argc, argv);
+    Limits limits;
     const std::size_t merging = argc > 1 ? std::strtoul(argv[1], nullptr, 10) : 10'000;
     const std::size_t opening = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 100'000;
     std::string pattern = (std::filesystem::temp_directory_path() / "lf-bench-XXXXXX").string();
     const std::filesystem::path folder = ::mkdtemp(pattern.data());
-    if (merging) benchMerging(folder, merging);
-    if (opening) benchOpening(folder, opening);
+    if (merging) benchMerging(folder, merging, limits);
+    if (opening) benchOpening(folder, opening, limits);
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
-    return 0;
+    return limits.exitCode(check);
 }

@@ -7,6 +7,7 @@
 //   bench_sync            prints them
 //   bench_sync --check    and exits with 1 when a limit is missed
 #include "BareWriter.h"
+#include "Limits.h"
 
 #include "connection/ApiHandler.h"
 #include "connection/Instances.h"
@@ -147,12 +148,6 @@ Figures sync(const std::string& program, const Server& server, const std::filesy
     return figures;
 }
 
-struct Limit {
-    std::string what;
-    double value = 0;
-    double limit = 0;
-};
-
 int compare(const std::string& program, bool check) {
     std::string pattern = (std::filesystem::temp_directory_path() / "ledgerfinch-bench-XXXXXX").string();
     if (!::mkdtemp(pattern.data())) giveUp("no temporary folder");
@@ -187,18 +182,12 @@ int compare(const std::string& program, bool check) {
     std::error_code error;
     std::filesystem::remove_all(top, error);
 
-    bool met = true;
-    for (const Limit& limit :
-         std::vector<Limit>{{"peak memory, 50,000 documents to 5,000", large / small, 1.2},
-                            {"whole sync of 10,000 to bare statements", whole / bare, 3.0},
-                            {"unchanged sync to whole sync", unchanged / whole, 1.0 / 50},
-                            {"rows written by the unchanged sync", static_cast<double>(rows), 0}}) {
-        const bool ok = limit.value <= limit.limit;
-        met = met && ok;
-        std::printf("%-42s %8.4f  limit %.4f  %s\n", limit.what.c_str(), limit.value, limit.limit,
-                    ok ? "ok" : "MISSED");
-    }
-    return met || !check ? 0 : 1;
+    Limits limits;
+    limits.atMost("peak memory, 50,000 documents to 5,000", large / small, 1.2);
+    limits.atMost("whole sync of 10,000 to bare statements", whole / bare, 3.0);
+    limits.atMost("unchanged sync to whole sync", unchanged / whole, 1.0 / 50);
+    limits.atMost("rows written by the unchanged sync", static_cast<double>(rows), 0);
+    return limits.exitCode(check);
 }
 
 } // namespace

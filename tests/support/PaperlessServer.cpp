@@ -48,6 +48,10 @@ State emptied(const State& old) {
     State state;
     state.revision = old.revision + 1;
     state.taskPace = old.taskPace;
+    state.mode = old.mode;
+    state.leavesRemovedOptions = old.leavesRemovedOptions;
+    state.refusesDuplicates = old.refusesDuplicates;
+    state.loginLimit = old.loginLimit;
     state.clockShift = old.clockShift;
     return state;
 }
@@ -94,10 +98,11 @@ PaperlessServer::~PaperlessServer() {
     stop();
 }
 
-void PaperlessServer::seedFromRecordings(RecordedMoment moment) {
+void PaperlessServer::seedFromRecordings(RecordedMoment moment, const std::string& server) {
     std::lock_guard lock(m_mutex);
     m_state = emptied(m_state);
-    seedRecorded(m_state, dataFolder() / "paperless" / "seed.json", moment);
+    seedRecorded(m_state, dataFolder() / "paperless" / ("seed" + (server.empty() ? server : "-" + server) + ".json"),
+                 moment);
 }
 
 void PaperlessServer::generate(std::size_t documents, const SampleOptions& options) {
@@ -131,7 +136,30 @@ int PaperlessServer::port() const {
 void PaperlessServer::setMode(ServerMode mode) {
     std::lock_guard lock(m_mutex);
     m_modeChanges.clear();
+    become(mode);
+}
+
+void PaperlessServer::become(ServerMode mode) {
     m_release = releaseOf(mode);
+    m_state.mode = mode;
+    m_state.changed();
+}
+
+void PaperlessServer::setLeavesRemovedOptions(bool on) {
+    std::lock_guard lock(m_mutex);
+    m_state.leavesRemovedOptions = on;
+    m_state.changed();
+}
+
+void PaperlessServer::setRefusesDuplicates(bool on) {
+    std::lock_guard lock(m_mutex);
+    m_state.refusesDuplicates = on;
+}
+
+void PaperlessServer::setLoginLimit(std::optional<std::size_t> perMinute) {
+    std::lock_guard lock(m_mutex);
+    m_state.loginLimit = perMinute;
+    m_state.logins.clear();
 }
 
 void PaperlessServer::setModeAfter(std::size_t requests, ServerMode mode, std::string start) {
@@ -149,7 +177,7 @@ void PaperlessServer::changeModeBefore(const Request& request) {
         return (request.method + " " + request.target).starts_with(change.start);
     };
     for (const auto& change : m_modeChanges) {
-        if (change.left == 0) m_release = releaseOf(change.mode);
+        if (change.left == 0) become(change.mode);
     }
     std::erase_if(m_modeChanges, [](const ModeChange& change) { return change.left == 0; });
     for (auto& change : m_modeChanges) {
@@ -320,7 +348,7 @@ Json PaperlessServer::recordJson(std::string_view table, Id id) const {
         return attributeJson(m_state, *kind, m_state.table(*kind).at(id), shape);
     }
     if (table == "custom_fields") return customFieldJson(m_state.customFields.at(id), {}, std::nullopt);
-    if (table == "saved_views") return savedViewJson(m_state.savedViews.at(id), {}, true);
+    if (table == "saved_views") return savedViewJson(m_state.savedViews.at(id), {}, true, {});
     if (table == "users") return userJson(m_state, m_state.users.at(id));
     if (table == "groups") return groupJson(m_state.groups.at(id));
     return shareLinkJson(m_state.shareLinks.at(id));

@@ -3,6 +3,7 @@
 #include "support/PaperlessServerEndpoints.h"
 #include "support/PaperlessServerPermissions.h"
 #include "support/PaperlessServerSerialize.h"
+#include "support/PaperlessServerTasks.h"
 #include "support/PaperlessServerValidation.h"
 
 #include <algorithm>
@@ -45,7 +46,8 @@ bool isTemplate(std::string_view text) {
 void readFields(BodyReader& body, const State& state, Kind kind, Attribute& attribute) {
     body.text("name", attribute.name, {.required = true, .mayBeBlank = false, .longest = longestName});
     if (kind == Kind::StoragePath) {
-        if (body.text("path", attribute.path, {.required = true, .mayBeBlank = false}) && !isTemplate(attribute.path))
+        auto hasPath = body.text("path", attribute.path, {.required = true, .mayBeBlank = false});
+        if (hasPath && state.mode != ServerMode::V2_7 && !isTemplate(attribute.path))
             body.fail("path", "Invalid variable detected.");
     }
     if (kind == Kind::Tag && body.text("color", attribute.color, {.mayBeBlank = false}) && !isColor(attribute.color))
@@ -53,7 +55,9 @@ void readFields(BodyReader& body, const State& state, Kind kind, Attribute& attr
     auto hasMatch = body.text("match", attribute.match, {.longest = longestMatch});
     body.choice("matching_algorithm", attribute.matchingAlgorithm, 0, lastAlgorithm);
     if (hasMatch && attribute.matchingAlgorithm == regexAlgorithm && !isRegex(attribute.match))
-        body.fail("match", "Invalid regular expression, see log for details.");
+        body.fail("match", state.mode == ServerMode::V2_7
+                               ? "Invalid regular expression: missing ), unterminated subpattern"
+                               : "Invalid regular expression, see log for details.");
     body.boolean("is_insensitive", attribute.isInsensitive);
     body.relation("owner", attribute.owner, existsIn(state.users));
     body.permissions(state, attribute.permissions);
@@ -74,12 +78,17 @@ const Attribute* namesake(const State& state, Kind kind, const Attribute& attrib
 /// The rules on names: one ownerless object of a name, one per owner.
 std::optional<Response> nameConflict(const BodyReader& body, const State& state, Kind kind,
                                      const Attribute& attribute) {
+    constexpr auto violated = "Object violates owner / name unique constraint";
+    if (state.mode == ServerMode::V2_7) {
+        if (namesake(state, kind, attribute, false) == nullptr) return std::nullopt;
+        return jsonResponse(Json{{"error", Json::array({violated})}}, 400);
+    }
     if (body.has("name") && namesake(state, kind, attribute, true) != nullptr) {
         auto text = std::string(namesOf(kind).verbose) + " with this name already exists.";
         return jsonResponse(Json{{"name", Json::array({text})}}, 400);
     }
     if (namesake(state, kind, attribute, false) == nullptr) return std::nullopt;
-    if (attribute.id == 0) return jsonResponse(Json{{"error", "Object violates owner / name unique constraint"}}, 400);
+    if (attribute.id == 0) return jsonResponse(Json{{"error", violated}}, 400);
     return jsonResponse(Json{{"non_field_errors", Json::array({"The fields name, owner must make a unique set."})}},
                         400);
 }
@@ -111,6 +120,22 @@ void touchDocumentsOfPath(State& state, Id path) {
     }
 }
 
+/// A tag under a new parent takes its documents along, and those that didn't have the parent are touched.
+void addAncestorsToDocuments(State& state, Id tag) {
+    const auto& tags = state.table(Kind::Tag);
+    for (auto& [id, document] : state.documents) {
+        auto before = document.tags.size();
+        auto has = [&](Id wanted) {
+            return std::find(document.tags.begin(), document.tags.end(), wanted) != document.tags.end();
+        };
+        if (!has(tag)) continue;
+        for (auto parent = tags.at(tag).parent; parent; parent = tags.at(*parent).parent) {
+            if (!has(*parent)) document.tags.push_back(*parent);
+        }
+        if (document.tags.size() != before) document.modified = state.now();
+    }
+}
+
 std::vector<Id> listedIds(const Context& context, Kind kind) {
     std::vector<const Attribute*> list;
     auto part = lowerText(context.request.argument("name__icontains").value_or(""));
@@ -133,7 +158,8 @@ std::vector<Id> listedIds(const Context& context, Kind kind) {
 
 Response listAttributes(Context& context, Kind kind) {
     auto counts = countDocuments(context.state, *context.user);
-    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), 0, false};
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), 0,
+                         context.release.isTwoSeven()};
     auto ids = listedIds(context, kind);
     auto write = [&](std::string& to, Id id) {
         shape.documentCount = countOf(counts, kind, id);
@@ -174,15 +200,20 @@ Response updateAttribute(Context& context, Kind kind) {
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, context.request.method == "PATCH");
     auto changed = *attribute;
-    if (!body.isPartial()) changed.owner.reset();
+    if (!body.isPartial() && !context.release.isTwoSeven()) changed.owner.reset();
     readFields(body, context.state, kind, changed);
     if (body.failed()) return body.errors();
     if (auto conflict = nameConflict(body, context.state, kind, changed)) return *conflict;
     auto moved = changed.path != attribute->path;
+    auto isReparented = changed.parent && changed.parent != attribute->parent;
     *attribute = changed;
+    if (isReparented) {
+        addAncestorsToDocuments(context.state, attribute->id);
+        if (context.release.isThree()) finishAtOnce(context.state, addTask(context.state, TaskKind::BulkUpdate));
+    }
     if (moved) touchDocumentsOfPath(context.state, attribute->id);
     context.state.changed();
-    return show(context, kind, *attribute, false);
+    return show(context, kind, *attribute, context.release.isTwoSeven());
 }
 
 Response deleteAttribute(Context& context, Kind kind) {

@@ -45,18 +45,20 @@ std::optional<Response> readOptions(Context& context, const Json& options, Custo
     std::vector<SelectOption> read;
     for (const auto& option : options) {
         if (!context.api.hasOptionIds) {
-            read.push_back({newOptionId(context.state), option});
+            read.push_back({newOptionId(context.state), option, false});
             continue;
         }
         if (!option.is_object() || !option.contains("label")) return serverError();
         auto id = option.value("id", Json());
-        read.push_back({id.is_string() ? id.get<std::string>() : newOptionId(context.state), option["label"]});
+        read.push_back({id.is_string() ? id.get<std::string>() : newOptionId(context.state), option["label"],
+                        option.begin().key() == "id"});
     }
     field.options = std::move(read);
     return std::nullopt;
 }
 
 std::optional<Response> readExtraData(Context& context, const BodyReader& body, CustomField& field) {
+    if (context.release.isTwoSeven()) return std::nullopt;
     const auto* extra = body.find("extra_data");
     if (field.dataType == "select") {
         auto hasOptions = extra != nullptr && extra->is_object() && extra->contains("select_options") &&
@@ -85,7 +87,7 @@ std::optional<Response> readField(Context& context, BodyReader& body, CustomFiel
                                           return other.first != field.id && other.second.name == field.name;
                                       });
     if (taken) body.fail("name", "custom field with this name already exists.");
-    body.choice("data_type", field.dataType, dataTypes(), true);
+    body.choice("data_type", field.dataType, dataTypes(context.state.mode), true);
     if (body.failed()) return body.errors();
     return readExtraData(context, body, field);
 }
@@ -100,7 +102,7 @@ Response listCustomFields(Context& context) {
     if (context.release.isThree()) {
         std::stable_sort(ids.begin(), ids.end(), [&](Id left, Id right) {
             const auto& fields = context.state.customFields;
-            return lowerAscii(fields.at(left).name) < lowerAscii(fields.at(right).name);
+            return fields.at(left).name < fields.at(right).name;
         });
     } else {
         std::reverse(ids.begin(), ids.end());

@@ -28,7 +28,7 @@ CheckedValues checkCustomValues(const State& state, const Json& list, const ApiS
 /// Documents linked or no longer linked get or lose the link back, and are touched by it.
 void storeCustomValues(State& state, Document& document, const std::vector<CustomFieldValue>& values);
 
-/// The names of all data types.
-const std::vector<std::string_view>& dataTypes();
+/// The names of all data types that the release knows.
+const std::vector<std::string_view>& dataTypes(ServerMode mode);
 
 } // namespace ledgerfinch::support

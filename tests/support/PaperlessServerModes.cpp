@@ -35,6 +35,7 @@ ApiShape apiShapeOf(ServerMode mode, int version) {
     shape.hasPagedTasks = version >= 10;
     shape.hasDisplayCount = isThree;
     shape.hasVersions = isThree;
+    shape.keepsTimeOfDay = mode == ServerMode::V2_7;
     shape.hasNestedTags = mode != ServerMode::V2_7 && version >= 2;
     shape.hasPersonalViews = isThree;
     shape.hasViewFlags = version < 10;

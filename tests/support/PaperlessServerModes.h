@@ -24,6 +24,7 @@ struct Release {
     int standard = 9; ///< API version without one in the request
 
     bool isThree() const { return mode == ServerMode::V3; }
+    bool isTwoSeven() const { return mode == ServerMode::V2_7; }
 };
 Release releaseOf(ServerMode mode);
 
@@ -40,6 +41,7 @@ struct ApiShape {
     bool hasPagedTasks = false;     ///< tasks in pages and with other keys
     bool hasDisplayCount = false;   ///< pages of tags count those shown at the top
     bool hasVersions = false;       ///< documents tell duplicates, root and versions of the file
+    bool keepsTimeOfDay = false;    ///< a document's "created" is the time it was given, not midnight
     bool hasNestedTags = true;      ///< tags tell parent and children
     bool hasPersonalViews = false;  ///< views are shared by permissions; their flags are each user's setting
     bool hasViewFlags = true;       ///< views tell where they are shown

@@ -3,6 +3,7 @@
 #include "support/PaperlessServerEndpoints.h"
 #include "support/PaperlessServerFilters.h"
 #include "support/PaperlessServerPermissions.h"
+#include "support/PaperlessServerSeed.h"
 #include "support/PaperlessServerSerialize.h"
 #include "support/PaperlessServerValidation.h"
 
@@ -23,6 +24,18 @@ std::vector<Id> visibleIds(const Table& table, const User& viewer) {
     return ids;
 }
 
+/// The views that a user has on the dashboard and in the sidebar are part of the settings.
+void addShownViews(const State& state, const User& user, Json& settings) {
+    auto dashboard = Json::array(), sidebar = Json::array();
+    for (const auto& [id, view] : state.savedViews) {
+        if (view.onDashboardOf.contains(user.id)) dashboard.push_back(id);
+        if (view.inSidebarOf.contains(user.id)) sidebar.push_back(id);
+    }
+    if (dashboard.empty() && sidebar.empty()) return;
+    settings["saved_views"]["dashboard_views_visible_ids"] = std::move(dashboard);
+    settings["saved_views"]["sidebar_views_visible_ids"] = std::move(sidebar);
+}
+
 } // namespace
 
 Response getUiSettings(Context& context) {
@@ -35,6 +48,7 @@ Response getUiSettings(Context& context) {
     if (!user.firstName.empty()) shown["first_name"] = user.firstName;
     if (!user.lastName.empty()) shown["last_name"] = user.lastName;
     auto settings = user.settings;
+    if (context.api.hasPersonalViews) addShownViews(context.state, user, settings);
     settings["update_checking"] = Json{{"backend_setting", "default"}};
     settings["trash_delay"] = 30;
     settings["version"] = context.release.version;
@@ -42,6 +56,7 @@ Response getUiSettings(Context& context) {
     settings["app_logo"] = nullptr;
     settings["auditlog_enabled"] = true;
     settings["email_enabled"] = false;
+    if (context.release.isThree()) settings["ai_enabled"] = false;
     return jsonResponse(Json{{"user", std::move(shown)},
                              {"settings", std::move(settings)},
                              {"permissions", effectivePermissions(context.state, user)}});
@@ -52,7 +67,9 @@ Response setUiSettings(Context& context) {
     if (parsed.error) return *parsed.error;
     auto settings = parsed.json.is_object() ? parsed.json.value("settings", Json()) : Json();
     if (!settings.is_object()) return jsonResponse(Json{{"settings", Json::array({"This field is required."})}}, 400);
-    context.state.users.at(context.user->id).settings = std::move(settings);
+    auto& user = context.state.users.at(context.user->id);
+    user.settings = std::move(settings);
+    if (context.api.hasPersonalViews) takeShownViews(context.state, user);
     context.state.changed();
     return jsonResponse(Json{{"success", true}});
 }
@@ -62,6 +79,13 @@ Response getStatistics(Context& context) {
     std::vector<Id> inbox;
     for (auto id : visibleIds(state.table(Kind::Tag), *context.user)) {
         if (state.table(Kind::Tag).at(id).isInboxTag) inbox.push_back(id);
+    }
+    auto counted = inbox;
+    if (context.release.isTwoSeven()) {
+        // Inbox tags that the user doesn't see counted all the same.
+        for (const auto& [id, tag] : state.table(Kind::Tag)) {
+            if (tag.isInboxTag) counted.push_back(id);
+        }
     }
     std::int64_t total = 0, inInbox = 0, characters = 0, largest = 0;
     std::map<std::string, std::int64_t> types;
@@ -73,7 +97,7 @@ Response getStatistics(Context& context) {
         characters += std::int64_t(textLength(document.content));
         ++types[document.mimeType];
         inInbox += std::any_of(document.tags.begin(), document.tags.end(),
-                               [&](Id tag) { return std::find(inbox.begin(), inbox.end(), tag) != inbox.end(); });
+                               [&](Id tag) { return std::find(counted.begin(), counted.end(), tag) != counted.end(); });
     }
     std::vector<std::pair<std::string, std::int64_t>> byCount(types.begin(), types.end());
     std::stable_sort(byCount.begin(), byCount.end(),
@@ -144,8 +168,10 @@ Response globalSearch(Context& context) {
     };
     auto views = Json::array();
     for (const auto& [id, view] : state.savedViews) {
-        if (views.size() < searchedPerKind && view.owner == user.id && matches(view.name))
-            views.push_back(savedViewJson(view, user, false));
+        auto isVisible =
+            context.api.hasPersonalViews ? maySee(user, view.owner, view.permissions) : view.owner == user.id;
+        if (views.size() < searchedPerKind && isVisible && matches(view.name))
+            views.push_back(savedViewJson(view, user, false, context.api));
     }
     auto fields = Json::array();
     for (const auto& [id, field] : state.customFields) {

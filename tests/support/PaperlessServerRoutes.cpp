@@ -2,6 +2,7 @@
 #include "support/PaperlessServerRoutes.h"
 
 #include "support/PaperlessServerPermissions.h"
+#include "support/PaperlessServerTwoSeven.h"
 
 #include <algorithm>
 #include <charconv>
@@ -18,6 +19,23 @@ enum class Access {
     LoggedIn, ///< any user
     Model,    ///< the model's permission for the method
 };
+
+/// Which releases have an endpoint.
+enum class Lives { Everywhere, SinceTwoTwenty, InTwoSeven, InThree };
+
+bool livesIn(Lives lives, ServerMode mode) {
+    switch (lives) {
+    case Lives::SinceTwoTwenty:
+        return mode != ServerMode::V2_7;
+    case Lives::InTwoSeven:
+        return mode == ServerMode::V2_7;
+    case Lives::InThree:
+        return mode == ServerMode::V3;
+    case Lives::Everywhere:
+        break;
+    }
+    return true;
+}
 
 std::vector<std::string> segmentsOf(std::string_view path) {
     std::vector<std::string> segments;
@@ -165,6 +183,7 @@ struct Routes::Route {
     std::string model;
     std::vector<std::pair<std::string, Handler>> handlers;
     bool isOutsideApi = false; ///< a plain page: no negotiation, no version headers
+    Lives lives = Lives::Everywhere;
 };
 
 struct Routes::Match {
@@ -241,6 +260,8 @@ void Routes::addDocumentRoutes() {
     add({"post_document"}, postOnly, Access::LoggedIn, {{"POST", uploadDocument}});
     add({"bulk_edit"}, postOnly, Access::LoggedIn, {{"POST", bulkEdit}});
     add({"selection_data"}, postOnly, Access::LoggedIn, {{"POST", selectionData}});
+    add({"delete"}, postOnly, Access::LoggedIn, {{"POST", bulkDelete}});
+    m_routes.back().lives = Lives::InThree;
     add({"*"}, "GET, PUT, PATCH, DELETE, HEAD, OPTIONS", Access::Model,
         {{"GET", getDocument}, {"PUT", updateDocument}, {"PATCH", updateDocument}, {"DELETE", deleteDocument}});
     add({"*", "notes"}, "GET, POST, DELETE, HEAD, OPTIONS", Access::Model,
@@ -248,11 +269,14 @@ void Routes::addDocumentRoutes() {
     add({"*", "metadata"}, readOnly, Access::Model, {{"GET", documentMetadata}});
     add({"*", "suggestions"}, readOnly, Access::Model, {{"GET", documentSuggestions}});
     add({"*", "history"}, readOnly, Access::Model, {{"GET", documentHistory}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
     add({"*", "share_links"}, readOnly, Access::Model, {{"GET", documentShareLinks}});
     add({"*", "thumb"}, readOnly, Access::Model, {{"GET", documentThumbnail}});
     add({"*", "preview"}, readOnly, Access::Model, {{"GET", documentPreview}});
     add({"*", "download"}, readOnly, Access::Model, {{"GET", documentDownload}});
     m_routes.push_back({{"share", "*"}, readOnly, Access::Public, "", {{"GET", openShareLink}}, true});
+    add({"*", "root"}, readOnly, Access::Model, {{"GET", documentRoot}});
+    m_routes.back().lives = Lives::InThree;
 }
 
 void Routes::addOtherRoutes() {
@@ -267,11 +291,20 @@ void Routes::addOtherRoutes() {
     add({"token"}, postOnly, Access::Public, "", {{"POST", login}});
     add({"tasks"}, readOnly, Access::Model, "paperlesstask", {{"GET", listTasks}});
     add({"tasks", "acknowledge"}, postOnly, Access::LoggedIn, "", {{"POST", acknowledgeTasks}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
+    add({"acknowledge_tasks"}, postOnly, Access::LoggedIn, "", {{"POST", acknowledgeTasks}});
+    m_routes.back().lives = Lives::InTwoSeven;
+    add({"tasks", "active"}, readOnly, Access::Model, "paperlesstask", {{"GET", activeTasks}});
+    m_routes.back().lives = Lives::InThree;
     add({"tasks", "*"}, readOnly, Access::Model, "paperlesstask", {{"GET", getTask}});
+    add({"share_link_bundles"}, listMethods, Access::Model, "sharelinkbundle", {{"GET", emptyList}});
+    m_routes.back().lives = Lives::InThree;
     add({"trash"}, listMethods, Access::LoggedIn, "", {{"GET", listTrash}, {"POST", changeTrash}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
     add({"ui_settings"}, listMethods, Access::Model, "uisettings", {{"GET", getUiSettings}, {"POST", setUiSettings}});
     add({"statistics"}, readOnly, Access::LoggedIn, "", {{"GET", getStatistics}});
     add({"search"}, readOnly, Access::LoggedIn, "", {{"GET", globalSearch}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
     add({"search", "autocomplete"}, readOnly, Access::LoggedIn, "", {{"GET", autocomplete}});
     add({"bulk_edit_objects"}, postOnly, Access::LoggedIn, "", {{"POST", bulkEditObjects}});
     add({"profile"}, "GET, PATCH, HEAD, OPTIONS", Access::LoggedIn, "", {{"GET", getProfile}});
@@ -282,6 +315,7 @@ void Routes::addOtherRoutes() {
     add({"mail_accounts"}, listMethods, Access::Model, "mailaccount", {{"GET", emptyList}});
     add({"mail_rules"}, listMethods, Access::Model, "mailrule", {{"GET", emptyList}});
     add({"processed_mail"}, readOnly, Access::Model, "processedmail", {{"GET", emptyList}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
 }
 
 Response Routes::respond(State& state, const Request& request, const Release& release, Match& match) {
@@ -306,6 +340,7 @@ Response Routes::respond(State& state, const Request& request, const Release& re
         match.isAuthenticated = true;
         context.user = login.user;
         auto needsModel = route.access == Access::Model && handler != route.handlers.end();
+        if (release.isTwoSeven() && (route.model == "paperlesstask" || route.model == "uisettings")) needsModel = false;
         if (needsModel && !hasPermission(state, *login.user, std::string(actionOf(method)) + route.model))
             return forbidden();
     }
@@ -322,7 +357,7 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     auto segments = segmentsOf(path.substr(std::min<std::size_t>(1, path.size())));
     for (const auto& route : m_routes) {
         if (!match.endsInSlash && !route.isOutsideApi) continue;
-        if (route.segments.size() != segments.size()) continue;
+        if (route.segments.size() != segments.size() || !livesIn(route.lives, release.mode)) continue;
         match.arguments.clear();
         auto fits = true;
         for (std::size_t index = 0; fits && index < segments.size(); ++index) {
@@ -341,6 +376,7 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     auto isReading = request.method == "GET" || request.method == "HEAD";
     if (match.route != nullptr) {
         response = respond(state, request, release, match);
+        if (release.isTwoSeven()) response = asTwoSeven(std::move(response), segments);
     } else if (request.path == "/api/") {
         response = redirect("schema/view/");
     } else if (isReading) {
@@ -361,7 +397,8 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     auto variesByAccept = isApi && response.variesByAccept && match.route->access != Access::Public;
     std::string vary = variesByAccept ? "Accept, " : "";
     vary += "Accept-Language, origin, Cookie";
-    if (response.body.size() >= compressedLength) vary += ", Accept-Encoding";
+    auto isLong = response.body.size() >= compressedLength || (response.isFile && release.isThree());
+    if (isLong && response.status != 304) vary += ", Accept-Encoding";
     headers.emplace_back("vary", vary);
     if (isApi && response.hasAllow) headers.emplace_back("allow", match.route->allow);
     headers.emplace_back("x-frame-options", "SAMEORIGIN");

@@ -96,6 +96,10 @@ void appendOptionalText(FieldWriter& writer, std::string& to, std::string_view k
     }
 }
 
+Micros timeOf(const Document& document) {
+    return document.createdTime.value_or(parseTime(document.created).value_or(0));
+}
+
 bool isShared(const Document& document, const User& viewer) {
     return document.owner == viewer.id &&
            (!document.permissions.viewUsers.empty() || !document.permissions.viewGroups.empty());
@@ -106,9 +110,7 @@ Json duplicatesJson(const State& state, const Document& document) {
     auto list = Json::array();
     for (const auto& [id, other] : state.documents) {
         if (id == document.id || document.checksum.empty() || other.checksum != document.checksum) continue;
-        list.push_back(Json{{"id", id},
-                            {"title", other.title},
-                            {"deleted_at", other.deletedAt ? Json(utcTimeText(*other.deletedAt)) : Json(nullptr)}});
+        list.push_back(duplicateJson(other));
     }
     return list;
 }
@@ -173,7 +175,7 @@ Json customFieldValueJson(const State& state, const CustomFieldValue& value, con
     auto field = state.customFields.find(value.field);
     if (field == state.customFields.end() || field->second.dataType != "select") return value.value;
     auto index = optionIndex(field->second, value.value);
-    if (index < 0) return nullptr;
+    if (index < 0) return api.hasOptionIds && state.leavesRemovedOptions ? value.value : Json();
     return api.hasOptionIds ? value.value : Json(index);
 }
 
@@ -205,6 +207,8 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     if (writer.key("tags")) appendIds(to, tagsByName(state, document.tags));
     if (shape.api.hasPlainDates) {
         writer.text("created", document.created);
+    } else if (shape.api.keepsTimeOfDay && document.createdTime) {
+        writer.text("created", localTimeText(*document.createdTime));
     } else {
         writer.text("created", localMidnightText(document.created));
     }
@@ -280,11 +284,13 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     if (shape.documentCount) json["document_count"] = *shape.documentCount;
     if (kind == Kind::Correspondent && shape.withLastCorrespondence) {
         json["last_correspondence"] = nullptr;
-        std::string last;
+        const Document* last = nullptr;
         for (const auto& [id, document] : state.documents) {
-            if (!document.deletedAt && document.correspondent == attribute.id) last = std::max(last, document.created);
+            if (document.deletedAt || document.correspondent != attribute.id) continue;
+            if (last == nullptr || timeOf(*last) < timeOf(document)) last = &document;
         }
-        if (!last.empty()) json["last_correspondence"] = last;
+        if (last != nullptr)
+            json["last_correspondence"] = shape.api.keepsTimeOfDay ? localTimeText(timeOf(*last)) : last->created;
     }
     json["owner"] = orNull(attribute.owner);
     if (shape.fullPermissions) {
@@ -317,7 +323,8 @@ Json customFieldJson(const CustomField& field, const ApiShape& api, std::optiona
         auto options = Json::array();
         for (const auto& option : field.options) {
             if (api.hasOptionIds) {
-                options.push_back(Json{{"id", option.id}, {"label", option.label}});
+                options.push_back(option.isIdFirst ? Json{{"id", option.id}, {"label", option.label}}
+                                                   : Json{{"label", option.label}, {"id", option.id}});
             } else {
                 options.push_back(option.label);
             }
@@ -330,26 +337,36 @@ Json customFieldJson(const CustomField& field, const ApiShape& api, std::optiona
     return json;
 }
 
-Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions) {
+Json duplicateJson(const Document& document) {
+    return Json{{"id", document.id},
+                {"title", document.title},
+                {"deleted_at", document.deletedAt ? Json(utcTimeText(*document.deletedAt)) : Json(nullptr)}};
+}
+
+Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions, const ApiShape& api) {
+    auto flagsOf = api.hasPersonalViews ? viewer.id : view.owner.value_or(0);
+    auto addFlags = [&](Json& to) {
+        to["show_on_dashboard"] = view.onDashboardOf.contains(flagsOf);
+        to["show_in_sidebar"] = view.inSidebarOf.contains(flagsOf);
+    };
     auto rules = Json::array();
     for (const auto& rule : view.filterRules)
         rules.push_back(Json{{"rule_type", rule.ruleType}, {"value", rule.value ? Json(*rule.value) : Json(nullptr)}});
-    Json json{{"id", view.id},
-              {"name", view.name},
-              {"show_on_dashboard", view.showOnDashboard},
-              {"show_in_sidebar", view.showInSidebar},
-              {"sort_field", view.sortField ? Json(*view.sortField) : Json(nullptr)},
-              {"sort_reverse", view.sortReverse},
-              {"filter_rules", std::move(rules)},
-              {"page_size", view.pageSize},
-              {"display_mode", view.displayMode},
-              {"display_fields", view.displayFields},
-              {"owner", orNull(view.owner)}};
+    Json json{{"id", view.id}, {"name", view.name}};
+    if (!api.hasPersonalViews) addFlags(json);
+    json["sort_field"] = view.sortField ? Json(*view.sortField) : Json(nullptr);
+    json["sort_reverse"] = view.sortReverse;
+    json["filter_rules"] = std::move(rules);
+    json["page_size"] = view.pageSize;
+    json["display_mode"] = view.displayMode;
+    json["display_fields"] = view.displayFields;
+    json["owner"] = orNull(view.owner);
     if (fullPermissions) {
         json["permissions"] = permissionsJson(view.permissions);
     } else {
         json["user_can_change"] = mayChange(viewer, view.owner, view.permissions);
     }
+    if (api.hasPersonalViews && api.hasViewFlags) addFlags(json);
     return json;
 }
 
@@ -381,27 +398,6 @@ Json userJson(const State& state, const User& user) {
                 {"user_permissions", user.permissions},
                 {"inherited_permissions", inheritedPermissions(state, user)},
                 {"is_mfa_enabled", false}};
-}
-
-Json taskJson(const Task& task) {
-    auto status = task.state == TaskState::Pending   ? "PENDING"
-                  : task.state == TaskState::Started ? "STARTED"
-                  : task.succeeded                   ? "SUCCESS"
-                                                     : "FAILURE";
-    auto isDone = task.state == TaskState::Done;
-    return Json{
-        {"id", task.id},
-        {"task_id", task.taskId},
-        {"task_name", "consume_file"},
-        {"task_file_name", task.fileName},
-        {"date_created", localTimeText(task.created)},
-        {"date_done", task.done ? Json(localTimeText(*task.done)) : Json(nullptr)},
-        {"type", "auto_task"},
-        {"status", status},
-        {"result", isDone ? Json(task.result) : Json(nullptr)},
-        {"acknowledged", task.acknowledged},
-        {"related_document", task.relatedDocument ? Json(std::to_string(*task.relatedDocument)) : Json(nullptr)},
-        {"owner", orNull(task.owner)}};
 }
 
 DocumentCounts countDocuments(const State& state, const User& viewer) {

@@ -42,11 +42,17 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
 
 Json customFieldJson(const CustomField& field, const ApiShape& api, std::optional<std::int64_t> documentCount);
 Json customFieldValueJson(const State& state, const CustomFieldValue& value, const ApiShape& api);
-Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions);
+Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions, const ApiShape& api);
 Json shareLinkJson(const ShareLink& link);
 Json groupJson(const Group& group);
 Json userJson(const State& state, const User& user);
-Json taskJson(const Task& task);
+Json taskJson(const State& state, const Task& task, const ApiShape& api);
+/// "pending", "started", "success" or "failure"
+std::string_view taskStatus(const Task& task);
+/// "consume_file" or what else the worker does
+std::string_view taskKindName(const Task& task);
+/// A document as another one's twin.
+Json duplicateJson(const Document& document);
 /// Empty when an author is gone and the version can't say so.
 std::optional<Json> notesJson(const State& state, const Document& document, const ApiShape& api);
 

@@ -29,6 +29,7 @@ struct Request {
     std::vector<std::pair<std::string, std::string>> headers; ///< names in lower case
     std::string body;
     std::vector<FormPart> parts; ///< of a multipart or URL-encoded form
+    std::string clientAddress;
 
     std::string_view header(std::string_view lowerName) const;
     /// The last value of a query key, as Django's QueryDict gives it.
@@ -44,6 +45,7 @@ struct Response {
     std::vector<std::pair<std::string, std::string>> headers;
     bool variesByAccept = true; ///< error pages and the login don't look at Accept
     bool hasAllow = true;
+    bool isFile = false; ///< release 3 takes any length of one for worth compressing
 };
 
 Response jsonResponse(const Json& body, int status = 200);

@@ -2,6 +2,7 @@
 #include "browse/DocumentsView.h"
 
 #include "connection/Instances.h"
+#include "connection/screens/ManageInstancesView.h"
 #include "sync/ChildProcess.h"
 #include "sync/OffMain.h"
 #include "sync/SyncLock.h"
@@ -228,6 +229,26 @@ TEST_F(DocumentsViewSwitching, TheNewServersSyncDoesNotWaitForAnAnswerOfTheOldOn
     view->switchToInstance(QString::fromStdString(other.url()));
     ASSERT_TRUE(synced(3, 7)) << "and nobody releases the answer";
     EXPECT_THAT(outcomes, ElementsAre(SyncOutcome::Finished, SyncOutcome::Stopped, SyncOutcome::Finished));
+}
+
+TEST_F(DocumentsViewSwitching, DisconnectingTheServerThatWasLeftTakesItsStoreAlong) {
+    const auto fileOf = [&](const std::string& server) {
+        const auto store = ConnectedInstances::load(device.settings()).find(server)->second.store;
+        return device.services().paths.container / (store + ".sqlite");
+    };
+    const auto left = fileOf(other.url());
+    view->switchToInstance(QString::fromStdString(other.url()));
+    ASSERT_TRUE(synced(2, 7));
+    view->switchToInstance(QString::fromStdString(world.address().url));
+    ASSERT_TRUE(synced(3, 120));
+    ASSERT_TRUE(std::filesystem::exists(left));
+    ManageInstancesView manage(device.services(), device.core());
+    manage.askToDisconnect(QString::fromStdString(other.url()));
+    manage.disconnectInstance();
+    ASSERT_TRUE(waitUntil([&] { return !manage.isRemoving(); }));
+    EXPECT_FALSE(std::filesystem::exists(left));
+    EXPECT_TRUE(std::filesystem::exists(fileOf(world.address().url)));
+    EXPECT_EQ(view->count(), 120);
 }
 
 TEST_F(DocumentsViewSwitching, WithoutATokenOrAnEntryNothingHappens) {

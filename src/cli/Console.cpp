@@ -97,6 +97,8 @@ struct StandardConsole::Private {
 StandardConsole::StandardConsole() : m_d(std::make_unique<Private>()) {
     // A reader who leaves early is told by the failing write, not by a signal.
     std::signal(SIGPIPE, SIG_IGN);
+    // And so is who may not write more into a file.
+    std::signal(SIGXFSZ, SIG_IGN);
     auto& console = m_d->console;
     m_d->err << std::unitbuf;
     console.inIsTerminal = ::isatty(STDIN_FILENO) == 1;

@@ -66,9 +66,8 @@ std::string immutableName(const std::filesystem::path& file) {
 Error makeError(int resultCode, sqlite3* handle, std::string_view what) {
     StoreErrorCode code = codeOf(resultCode);
     // A full disk is told as such where a page can't be written, but not where the log or its index can't grow.
-    const int cause = handle ? sqlite3_system_errno(handle) : 0;
-    if (code == StoreErrorCode::Failed && (resultCode & 0xff) == SQLITE_IOERR && (cause == ENOSPC || cause == EDQUOT))
-        code = StoreErrorCode::Full;
+    const int cause = handle && (resultCode & 0xff) == SQLITE_IOERR ? sqlite3_system_errno(handle) : 0;
+    if (cause == ENOSPC || cause == EDQUOT) code = StoreErrorCode::Full;
     std::string message = sentenceOf(code);
     message.append(" (").append(what).append(": ");
     message.append(handle ? sqlite3_errmsg(handle) : sqlite3_errstr(resultCode));

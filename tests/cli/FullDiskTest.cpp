@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/ProgramTest.h"
 
+#include <sys/resource.h>
+
 namespace ledgerfinch::cli {
 namespace {
 
@@ -111,6 +113,19 @@ TEST_F(FullDiskTest, SettingsAndServersAreKeptWholeOrNotAtAll) {
         }
     }
     EXPECT_GT(failures, 8u);
+}
+
+TEST_F(FullDiskTest, OrALimitOnTheSizeOfFilesDoesNotKillTheProgram) {
+    ASSERT_EQ(run(login(), "admin-pass\n").code, 0);
+    Subprocess program(withFolder({"sync"}), {}, Subprocess::Streams::Pipes, [] {
+        const rlimit limit{600 * 1024, 600 * 1024};
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    });
+    program.closeInput();
+    EXPECT_EQ(program.wait(), kCannotCreate) << program.err();
+    EXPECT_TRUE(program.err().starts_with("The local store can't be written to: ")) << program.err();
+    EXPECT_EQ(run({"sync"}).code, 0);
+    EXPECT_EQ(json({"list", "--json"}).size(), 120u);
 }
 
 TEST_F(FullDiskTest, IsNoHindranceToReading) {

@@ -48,7 +48,7 @@ State emptied(const State& old) {
     State state;
     state.revision = old.revision + 1;
     state.taskPace = old.taskPace;
-    state.mode = old.mode;
+    state.release = old.release;
     state.leavesRemovedOptions = old.leavesRemovedOptions;
     state.refusesDuplicates = old.refusesDuplicates;
     state.loginLimit = old.loginLimit;
@@ -81,7 +81,7 @@ PaperlessServer::PaperlessServer() : m_routes(std::make_unique<Routes>()) {
         {
             std::lock_guard lock(m_mutex);
             changeModeBefore(request);
-            answer = m_routes->answer(m_state, request, m_release);
+            answer = m_routes->answer(m_state, request);
         }
         std::lock_guard lock(m_logMutex);
         if (m_logging) {
@@ -131,74 +131,6 @@ std::string PaperlessServer::url() const {
 
 int PaperlessServer::port() const {
     return m_face->port();
-}
-
-void PaperlessServer::setMode(ServerMode mode) {
-    std::lock_guard lock(m_mutex);
-    m_modeChanges.clear();
-    become(mode);
-}
-
-void PaperlessServer::become(ServerMode mode) {
-    m_release = releaseOf(mode);
-    m_state.mode = mode;
-    m_state.changed();
-}
-
-void PaperlessServer::setLeavesRemovedOptions(bool on) {
-    std::lock_guard lock(m_mutex);
-    m_state.leavesRemovedOptions = on;
-    m_state.changed();
-}
-
-void PaperlessServer::setRefusesDuplicates(bool on) {
-    std::lock_guard lock(m_mutex);
-    m_state.refusesDuplicates = on;
-}
-
-void PaperlessServer::setLoginLimit(std::optional<std::size_t> perMinute) {
-    std::lock_guard lock(m_mutex);
-    m_state.loginLimit = perMinute;
-    m_state.logins.clear();
-}
-
-void PaperlessServer::setModeAfter(std::size_t requests, ServerMode mode, std::string start) {
-    std::lock_guard lock(m_mutex);
-    m_modeChanges.push_back({requests, mode, std::move(start)});
-}
-
-ServerMode PaperlessServer::mode() const {
-    std::lock_guard lock(m_mutex);
-    return m_release.mode;
-}
-
-void PaperlessServer::changeModeBefore(const Request& request) {
-    auto fits = [&](const ModeChange& change) {
-        return (request.method + " " + request.target).starts_with(change.start);
-    };
-    for (const auto& change : m_modeChanges) {
-        if (change.left == 0) become(change.mode);
-    }
-    std::erase_if(m_modeChanges, [](const ModeChange& change) { return change.left == 0; });
-    for (auto& change : m_modeChanges) {
-        if (fits(change)) --change.left;
-    }
-}
-
-void PaperlessServer::setVersion(std::string version) {
-    std::lock_guard lock(m_mutex);
-    m_release.version = std::move(version);
-}
-
-void PaperlessServer::setTime(Micros time) {
-    std::lock_guard lock(m_mutex);
-    m_state.clockShift = time - clockNow();
-    m_state.lastTime = 0;
-}
-
-void PaperlessServer::setTaskPace(TaskPace pace) {
-    std::lock_guard lock(m_mutex);
-    m_state.taskPace = pace;
 }
 
 void PaperlessServer::finishTasks() {

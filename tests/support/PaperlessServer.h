@@ -61,6 +61,9 @@ public:
     void setMode(ServerMode mode);
     /// The same before the request that follows the next `requests` ones whose "METHOD /path?query" begin with `start`.
     void setModeAfter(std::size_t requests, ServerMode mode, std::string start = {});
+    /// All it holds, to be put back later as from a backup: what came since is gone, and ids are given again.
+    State snapshot() const;
+    void restore(State records);
     ServerMode mode() const;
     /// A document goes on giving the id of a select option that is no more, as it does until the worker cleaned up.
     void setLeavesRemovedOptions(bool on);
@@ -146,7 +149,6 @@ private:
     mutable std::mutex m_mutex;
     State m_state;
     std::unique_ptr<Routes> m_routes;
-    Release m_release;
     std::vector<ModeChange> m_modeChanges;
     PaperlessServerFaults m_faults;
     mutable std::mutex m_logMutex;

@@ -38,7 +38,7 @@ void readPermissionNames(BodyReader& body, const State& state, std::string_view 
     }
     std::vector<std::string> names;
     for (const auto& name : *value) {
-        const auto& all = everyPermission(state.mode);
+        const auto& all = everyPermission(state.release.mode);
         auto known = name.is_string() && std::any_of(all.begin(), all.end(), [&](const std::string& text) {
                          return text.substr(text.find('.') + 1) == name.get_ref<const std::string&>();
                      });
@@ -109,7 +109,7 @@ void forAllPermissions(State& state, Action action) {
 std::optional<Response> throttled(State& state, const std::string& address) {
     constexpr std::size_t limitOfThree = 5;
     constexpr auto loginWindow = 60 * second;
-    auto limit = state.loginLimit.value_or(state.mode == ServerMode::V3 ? limitOfThree : 0);
+    auto limit = state.loginLimit.value_or(state.release.limitsLogins ? limitOfThree : 0);
     if (limit == 0) return std::nullopt;
     auto now = state.clock();
     auto& attempts = state.logins[address];

@@ -47,7 +47,7 @@ void readFields(BodyReader& body, const State& state, Kind kind, Attribute& attr
     body.text("name", attribute.name, {.required = true, .mayBeBlank = false, .longest = longestName});
     if (kind == Kind::StoragePath) {
         auto hasPath = body.text("path", attribute.path, {.required = true, .mayBeBlank = false});
-        if (hasPath && state.mode != ServerMode::V2_7 && !isTemplate(attribute.path))
+        if (hasPath && state.release.checksAttributes && !isTemplate(attribute.path))
             body.fail("path", "Invalid variable detected.");
     }
     if (kind == Kind::Tag && body.text("color", attribute.color, {.mayBeBlank = false}) && !isColor(attribute.color))
@@ -55,9 +55,9 @@ void readFields(BodyReader& body, const State& state, Kind kind, Attribute& attr
     auto hasMatch = body.text("match", attribute.match, {.longest = longestMatch});
     body.choice("matching_algorithm", attribute.matchingAlgorithm, 0, lastAlgorithm);
     if (hasMatch && attribute.matchingAlgorithm == regexAlgorithm && !isRegex(attribute.match))
-        body.fail("match", state.mode == ServerMode::V2_7
-                               ? "Invalid regular expression: missing ), unterminated subpattern"
-                               : "Invalid regular expression, see log for details.");
+        body.fail("match", state.release.checksAttributes
+                               ? "Invalid regular expression, see log for details."
+                               : "Invalid regular expression: missing ), unterminated subpattern");
     body.boolean("is_insensitive", attribute.isInsensitive);
     body.relation("owner", attribute.owner, existsIn(state.users));
     body.permissions(state, attribute.permissions);
@@ -79,7 +79,7 @@ const Attribute* namesake(const State& state, Kind kind, const Attribute& attrib
 std::optional<Response> nameConflict(const BodyReader& body, const State& state, Kind kind,
                                      const Attribute& attribute) {
     constexpr auto violated = "Object violates owner / name unique constraint";
-    if (state.mode == ServerMode::V2_7) {
+    if (!state.release.checksAttributes) {
         if (namesake(state, kind, attribute, false) == nullptr) return std::nullopt;
         return jsonResponse(Json{{"error", Json::array({violated})}}, 400);
     }
@@ -159,7 +159,7 @@ std::vector<Id> listedIds(const Context& context, Kind kind) {
 Response listAttributes(Context& context, Kind kind) {
     auto counts = countDocuments(context.state, *context.user);
     AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), 0,
-                         context.release.isTwoSeven()};
+                         context.release.listsCorrespondence};
     auto ids = listedIds(context, kind);
     auto write = [&](std::string& to, Id id) {
         shape.documentCount = countOf(counts, kind, id);
@@ -200,7 +200,7 @@ Response updateAttribute(Context& context, Kind kind) {
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, context.request.method == "PATCH");
     auto changed = *attribute;
-    if (!body.isPartial() && !context.release.isTwoSeven()) changed.owner.reset();
+    if (!body.isPartial() && context.release.checksAttributes) changed.owner.reset();
     readFields(body, context.state, kind, changed);
     if (body.failed()) return body.errors();
     if (auto conflict = nameConflict(body, context.state, kind, changed)) return *conflict;
@@ -209,11 +209,11 @@ Response updateAttribute(Context& context, Kind kind) {
     *attribute = changed;
     if (isReparented) {
         addAncestorsToDocuments(context.state, attribute->id);
-        if (context.release.isThree()) finishAtOnce(context.state, addTask(context.state, TaskKind::BulkUpdate));
+        if (context.release.hasTaskQueue) finishAtOnce(context.state, addTask(context.state, TaskKind::BulkUpdate));
     }
     if (moved) touchDocumentsOfPath(context.state, attribute->id);
     context.state.changed();
-    return show(context, kind, *attribute, context.release.isTwoSeven());
+    return show(context, kind, *attribute, context.release.listsCorrespondence);
 }
 
 Response deleteAttribute(Context& context, Kind kind) {

@@ -165,19 +165,19 @@ void addOwnFile(State& state, TaskKind kind, const std::string& name, const Opti
 /// Documents are touched by the worker, which tests see only where they set its pace.
 void addWork(Context& context, const std::string& method, const std::vector<Id>& ids) {
     auto& state = context.state;
-    auto isThree = context.release.isThree();
+    auto hasQueue = context.release.hasTaskQueue;
     if (method == "merge") {
         std::string name;
         for (auto id : ids)
             name += std::to_string(id) + "_";
         addOwnFile(state, TaskKind::Consume, name + "merged.pdf", context.user->id);
-    } else if (isThree && method == "rotate") {
+    } else if (hasQueue && method == "rotate") {
         for (auto id : ids)
             addOwnFile(state, TaskKind::Rotate, std::to_string(id) + "_rotated.pdf", state.documents.at(id).owner);
-    } else if (isThree && method == "reprocess") {
+    } else if (hasQueue && method == "reprocess") {
         for (std::size_t count = 0; count < ids.size(); ++count)
             finishAtOnce(state, addTask(state, TaskKind::Reprocess));
-    } else if (isThree && method != "delete") {
+    } else if (hasQueue && method != "delete") {
         auto& task = addTask(state, TaskKind::BulkUpdate);
         task.touches = ids;
         finishAtOnce(state, task);
@@ -227,7 +227,7 @@ Response bulkEdit(Context& context) {
                   });
     if (!mayAll) return bareText(403, "Insufficient permissions");
     addWork(context, method, ids);
-    auto isLater = context.release.isThree() && state.taskPace == TaskPace::Manual;
+    auto isLater = context.release.hasTaskQueue && state.taskPace == TaskPace::Manual;
     for (auto id : ids) {
         auto& document = state.documents.at(id);
         change.apply(document);

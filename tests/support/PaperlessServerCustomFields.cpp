@@ -58,7 +58,7 @@ std::optional<Response> readOptions(Context& context, const Json& options, Custo
 }
 
 std::optional<Response> readExtraData(Context& context, const BodyReader& body, CustomField& field) {
-    if (context.release.isTwoSeven()) return std::nullopt;
+    if (!context.release.hasRichFields) return std::nullopt;
     const auto* extra = body.find("extra_data");
     if (field.dataType == "select") {
         auto hasOptions = extra != nullptr && extra->is_object() && extra->contains("select_options") &&
@@ -87,7 +87,7 @@ std::optional<Response> readField(Context& context, BodyReader& body, CustomFiel
                                           return other.first != field.id && other.second.name == field.name;
                                       });
     if (taken) body.fail("name", "custom field with this name already exists.");
-    body.choice("data_type", field.dataType, dataTypes(context.state.mode), true);
+    body.choice("data_type", field.dataType, dataTypes(context.release), true);
     if (body.failed()) return body.errors();
     return readExtraData(context, body, field);
 }
@@ -99,7 +99,7 @@ Response listCustomFields(Context& context) {
     std::vector<Id> ids;
     for (const auto& [id, field] : context.state.customFields)
         ids.push_back(id);
-    if (context.release.isThree()) {
+    if (context.release.sortsFieldsByName) {
         std::stable_sort(ids.begin(), ids.end(), [&](Id left, Id right) {
             const auto& fields = context.state.customFields;
             return fields.at(left).name < fields.at(right).name;

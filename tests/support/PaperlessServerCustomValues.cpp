@@ -154,11 +154,11 @@ void mirrorLinks(State& state, Id field, Id source, const Json& before, const Js
 
 } // namespace
 
-const std::vector<std::string_view>& dataTypes(ServerMode mode) {
+const std::vector<std::string_view>& dataTypes(const Release& release) {
     static const std::vector<std::string_view> types{"string", "url",      "date",         "boolean", "integer",
                                                      "float",  "monetary", "documentlink", "select",  "longtext"};
     static const std::vector<std::string_view> first(types.begin(), types.end() - 2);
-    return mode == ServerMode::V2_7 ? first : types;
+    return release.hasRichFields ? types : first;
 }
 
 /// The checks of the oldest release: fewer, and some of them are exceptions that nobody catches.
@@ -176,7 +176,7 @@ std::optional<CheckedValue> checkOfTwoSeven(const State& state, const std::strin
 CheckedValue checkCustomValue(const State& state, const CustomField& field, const Json& value, const ApiShape& api) {
     if (value.is_null()) return good(nullptr);
     const auto& type = field.dataType;
-    if (api.mode == ServerMode::V2_7) {
+    if (!state.release.hasRichFields) {
         if (auto checked = checkOfTwoSeven(state, type, value)) return *checked;
     }
     if (type == "url") return checkUrl(value);

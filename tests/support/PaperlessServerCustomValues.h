@@ -29,6 +29,6 @@ CheckedValues checkCustomValues(const State& state, const Json& list, const ApiS
 void storeCustomValues(State& state, Document& document, const std::vector<CustomFieldValue>& values);
 
 /// The names of all data types that the release knows.
-const std::vector<std::string_view>& dataTypes(ServerMode mode);
+const std::vector<std::string_view>& dataTypes(const Release& release);
 
 } // namespace ledgerfinch::support

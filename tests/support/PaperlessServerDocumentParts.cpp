@@ -29,7 +29,7 @@ Found find(Context& context) {
 }
 
 /// Newest first, with whole authors and times in UTC.
-Response showNotesOfTwoSeven(const Context& context, const Document& document) {
+Response showNewestFirst(const Context& context, const Document& document) {
     auto api = context.api;
     api.hasNoteAuthors = true;
     auto notes = *notesJson(context.state, document, api);
@@ -40,7 +40,7 @@ Response showNotesOfTwoSeven(const Context& context, const Document& document) {
 }
 
 Response showNotes(const Context& context, const Document& document) {
-    if (context.release.isTwoSeven()) return showNotesOfTwoSeven(context, document);
+    if (context.api.hasNewestNotesFirst) return showNewestFirst(context, document);
     auto notes = notesJson(context.state, document, context.api);
     if (!notes) return jsonResponse(Json{{"error", "Error retrieving notes, check logs for more detail."}});
     return jsonResponse(*notes);
@@ -66,12 +66,12 @@ Response removeNote(Context& context, Document& document) {
         !mayChange(*context.user, document.owner, document.permissions))
         return bareText(403, "Insufficient permissions to delete notes");
     auto wanted = context.request.argument("id");
-    if (!wanted && context.release.isTwoSeven()) return serverError();
+    if (!wanted && !context.release.checksAttributes) return serverError();
     if (!wanted) return jsonResponse(Json{{"id", "This field is required."}}, 400);
     auto id = keyNumber(Json(*wanted));
     auto note =
         std::find_if(document.notes.begin(), document.notes.end(), [&](const Note& one) { return one.id == id; });
-    if (note == document.notes.end()) return context.release.isTwoSeven() ? serverError() : noMatch("Note");
+    if (note == document.notes.end()) return context.release.checksAttributes ? noMatch("Note") : serverError();
     document.notes.erase(note);
     ++document.deletedNotes;
     document.modified = context.state.now();
@@ -164,7 +164,7 @@ Response documentHistory(Context& context) {
 Response documentMetadata(Context& context) {
     auto [document, error] = find(context);
     if (document == nullptr) return error;
-    auto checksum = checksumOf(*document, context.release.isThree());
+    auto checksum = checksumOf(*document, context.release.hasSha256);
     auto archive = archiveFile(*document);
     Json json{{"original_checksum", checksum},
               {"original_size", originalFile(*document).size()},
@@ -179,7 +179,7 @@ Response documentMetadata(Context& context) {
               {"archive_metadata", nullptr},
               {"lang", "de"}};
     if (document->hasArchive) {
-        json["archive_checksum"] = context.release.isThree() ? sha256Hex(archive) : md5Hex(archive);
+        json["archive_checksum"] = context.release.hasSha256 ? sha256Hex(archive) : md5Hex(archive);
         json["archive_media_filename"] = storedName(*document, ".pdf");
         json["archive_size"] = archive.size();
         json["archive_metadata"] = Json::array();
@@ -221,7 +221,7 @@ Response documentThumbnail(Context& context) {
     auto response = rawJsonResponse(isWebp ? makeWebp(document->id) : makePng(document->id));
     response.contentType = isWebp ? "image/webp" : "image/png";
     std::string etag;
-    if (context.release.isThree()) {
+    if (context.release.hasSha256) {
         etag = "\"" + checksumOf(*document, true) + "\"";
         auto name = storedName(*document, isWebp ? ".webp" : ".png");
         response.headers.emplace_back("content-disposition", "inline; filename=\"" + name + "\"");

@@ -35,7 +35,7 @@ Response show(const State& state, const Document& document, const DocumentShape&
     return rawJsonResponse(std::move(body));
 }
 
-void readCreated(BodyReader& body, ServerMode mode, std::string_view key, Document& target) {
+void readCreated(BodyReader& body, const Release& release, std::string_view key, Document& target) {
     const auto* value = body.find(key);
     if (value == nullptr) return;
     if (value->is_null()) {
@@ -44,7 +44,7 @@ void readCreated(BodyReader& body, ServerMode mode, std::string_view key, Docume
     }
     auto time = value->is_string() ? parseTime(value->get_ref<const std::string&>()) : std::nullopt;
     if (!time) {
-        auto wantsTime = mode == ServerMode::V2_7 && key == "created";
+        auto wantsTime = !release.hasRichFields && key == "created";
         body.fail(key, wantsTime ? "Datetime has wrong format. Use one of these formats instead: "
                                    "YYYY-MM-DDThh:mm[:ss[.uuuuuu]][+HH:MM|-HH:MM|Z]."
                                  : "Date has wrong format. Use one of these formats instead: YYYY-MM-DD.");
@@ -87,8 +87,8 @@ void readFields(BodyReader& body, const State& state, Document& document) {
     body.text("content", document.content);
     auto before = document.tags;
     auto givesTags = body.relations("tags", document.tags, existsIn(state.table(Kind::Tag)), true);
-    if (!body.has("created")) readCreated(body, state.mode, "created_date", document);
-    readCreated(body, state.mode, "created", document);
+    if (!body.has("created")) readCreated(body, state.release, "created_date", document);
+    readCreated(body, state.release, "created", document);
     readSerialNumber(body, state, document);
     body.relation("owner", document.owner, existsIn(state.users));
     body.permissions(state, document.permissions);
@@ -148,7 +148,7 @@ Response listDocuments(Context& context, ListCache& cache) {
     auto searches = [&](const char* key) {
         return context.request.argument(key).has_value();
     };
-    if (context.release.isThree() &&
+    if (context.release.hasSimpleSearch &&
         searches("text") + searches("title_search") + searches("query") + searches("more_like_id") > 1)
         return detail(400, "Specify only one of text, title_search, query, or more_like_id.");
     auto key = listKey(context.request, *context.user);
@@ -161,7 +161,7 @@ Response listDocuments(Context& context, ListCache& cache) {
         std::string all;
         if (selected.isSearch) {
             auto sorted = selected.ids;
-            if (context.release.isThree()) {
+            if (context.release.hasSimpleSearch) {
                 appendIds(all, sorted);
                 return searchPage(context, selected, all);
             }
@@ -173,7 +173,7 @@ Response listDocuments(Context& context, ListCache& cache) {
             appendIds(all, sorted);
             return searchPage(context, selected, all);
         }
-        appendIds(all, context.release.isTwoSeven() ? storedOrder(context, selected.ids) : selected.ids);
+        appendIds(all, context.release.ordersLists ? selected.ids : storedOrder(context, selected.ids));
         if (cache.entries.size() >= cachedLists) cache.entries.erase(cache.entries.begin());
         cache.entries.push_back({key, context.state.revision, std::move(selected.ids), std::move(all)});
         cached = std::prev(cache.entries.end());

@@ -11,15 +11,24 @@ std::optional<ServerMode> modeNamed(std::string_view name) {
 }
 
 Release releaseOf(ServerMode mode) {
-    switch (mode) {
-    case ServerMode::V2_7:
-        return {mode, "2.7.2", 1, 5, 1};
-    case ServerMode::V3:
-        return {mode, "3.0.5", 9, 10, 10};
-    case ServerMode::V2_20:
-        break;
+    Release release;
+    release.mode = mode;
+    if (mode == ServerMode::V2_7) {
+        release.version = "2.7.2";
+        release.highest = 5;
+        release.standard = 1;
+        release.checksRights = release.checksAttributes = release.hasRichFields = release.ordersLists = false;
+        release.listsCorrespondence = true;
+    } else if (mode == ServerMode::V3) {
+        release.version = "3.0.5";
+        release.lowest = 9;
+        release.highest = release.standard = 10;
+        release.limitsLogins = release.repeatsFiles = release.hasSha256 = release.hasTaskQueue = true;
+        release.hasSimpleSearch = release.sortsFieldsByName = release.compressesAnyFile = true;
+        release.archivesEveryPdf = false;
+        release.lastRuleType = 49;
     }
-    return {};
+    return release;
 }
 
 ApiShape apiShapeOf(ServerMode mode, int version) {
@@ -35,6 +44,7 @@ ApiShape apiShapeOf(ServerMode mode, int version) {
     shape.hasPagedTasks = version >= 10;
     shape.hasDisplayCount = isThree;
     shape.hasVersions = isThree;
+    shape.hasNewestNotesFirst = mode == ServerMode::V2_7;
     shape.keepsTimeOfDay = mode == ServerMode::V2_7;
     shape.hasNestedTags = mode != ServerMode::V2_7 && version >= 2;
     shape.hasPersonalViews = isThree;

@@ -133,7 +133,7 @@ std::string qualifiedPermission(std::string_view codename) {
 }
 
 std::vector<std::string> inheritedPermissions(const State& state, const User& user) {
-    if (user.isSuperuser) return everyPermission(state.mode);
+    if (user.isSuperuser) return everyPermission(state.release.mode);
     std::vector<std::string> list;
     for (auto id : user.groups) {
         auto group = state.groups.find(id);

@@ -252,7 +252,7 @@ struct State {
     Micros lastTime = 0;
     Micros clockShift = 0; ///< added to the machine's clock
     TaskPace taskPace = TaskPace::PerPoll;
-    ServerMode mode = ServerMode::V2_20;
+    Release release;
     bool leavesRemovedOptions = false;                 ///< in values, as long as the worker didn't come to them
     bool refusesDuplicates = false;                    ///< what release 3 does only when told so
     std::optional<std::size_t> loginLimit;             ///< a minute and address; empty: as the release, 0: any number

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "support/PaperlessServerRoutes.h"
 
+#include "support/PaperlessServerAdmission.h"
 #include "support/PaperlessServerPermissions.h"
 #include "support/PaperlessServerTwoSeven.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace ledgerfinch::support {
 
@@ -52,89 +52,6 @@ std::string_view actionOf(std::string_view method) {
     if (method == "PUT" || method == "PATCH") return "change_";
     if (method == "DELETE") return "delete_";
     return "view_";
-}
-
-/// Whether the Accept header takes JSON, and the version that it asks for.
-struct Negotiated {
-    bool acceptable = true;
-    int version = 0; ///< 0: refused
-    bool wantsHtml = false;
-};
-
-Negotiated negotiate(const Request& request, const Release& release) {
-    Negotiated result;
-    result.version = release.standard;
-    auto accept = std::string(request.header("accept"));
-    if (accept.empty()) return result;
-    result.acceptable = false;
-    std::string_view rest = accept;
-    while (!rest.empty()) {
-        auto end = std::min(rest.find(','), rest.size());
-        auto type = lowerAscii(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        type.erase(std::remove(type.begin(), type.end(), ' '), type.end());
-        auto media = type.substr(0, std::min(type.find(';'), type.size()));
-        if (media == "text/html") result.wantsHtml = !result.acceptable;
-        if (media != "*/*" && media != "application/*" && media != "application/json" && media != "text/html") continue;
-        result.acceptable = true;
-        auto at = type.find("version=");
-        if (at == std::string::npos || media == "*/*") continue;
-        auto number = type.substr(at + 8);
-        auto version = 0;
-        auto [stop, error] = std::from_chars(number.data(), number.data() + number.size(), version);
-        auto isGood = error == std::errc{} && version >= release.lowest && version <= release.highest;
-        result.version = isGood ? version : 0;
-        break;
-    }
-    return result;
-}
-
-struct Login {
-    const User* user = nullptr;
-    std::string_view error;
-    std::string_view challenge = "Token";
-};
-
-std::string decodeBase64(std::string_view text) {
-    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string result;
-    unsigned bits = 0;
-    int count = 0;
-    for (auto letter : text) {
-        auto value = digits.find(letter);
-        if (value == std::string_view::npos) break;
-        bits = bits << 6 | unsigned(value);
-        count += 6;
-        if (count < 8) continue;
-        count -= 8;
-        result += char(bits >> count & 0xFF);
-    }
-    return result;
-}
-
-Login basicLogin(State& state, std::string_view credentials) {
-    auto text = decodeBase64(credentials);
-    auto colon = std::min(text.find(':'), text.size());
-    const auto* user = state.userByName(text.substr(0, colon));
-    auto isGood = user != nullptr && user->isActive && colon < text.size() && user->password == text.substr(colon + 1);
-    return isGood ? Login{user, {}} : Login{nullptr, "Invalid username/password.", "Basic realm=\"api\""};
-}
-
-Login loginOf(State& state, const Request& request) {
-    constexpr std::string_view missing = "Authentication credentials were not provided.";
-    auto header = request.header("authorization");
-    auto space = std::min(header.find(' '), header.size());
-    auto scheme = lowerAscii(header.substr(0, space));
-    auto rest = header.substr(std::min(space + 1, header.size()));
-    if (scheme == "basic") return basicLogin(state, rest);
-    if (scheme != "token") return {nullptr, missing};
-    if (rest.empty()) return {nullptr, "Invalid token header. No credentials provided."};
-    if (rest.find(' ') != std::string_view::npos)
-        return {nullptr, "Invalid token header. Token string should not contain spaces."};
-    const auto* user = state.userByToken(rest);
-    if (user == nullptr) return {nullptr, "Invalid token."};
-    if (!user->isActive) return {nullptr, "User inactive or deleted."};
-    return {user, {}};
 }
 
 /// A browser's question before a request from another origin; answered before anything else looks at it.
@@ -318,7 +235,8 @@ void Routes::addOtherRoutes() {
     m_routes.back().lives = Lives::SinceTwoTwenty;
 }
 
-Response Routes::respond(State& state, const Request& request, const Release& release, Match& match) {
+Response Routes::respond(State& state, const Request& request, Match& match) {
+    const auto& release = state.release;
     const auto& route = *match.route;
     Context context{state, request, nullptr, release, apiShapeOf(release.mode, release.standard), match.arguments};
     auto method = request.method == "HEAD" ? std::string("GET") : request.method;
@@ -340,7 +258,8 @@ Response Routes::respond(State& state, const Request& request, const Release& re
         match.isAuthenticated = true;
         context.user = login.user;
         auto needsModel = route.access == Access::Model && handler != route.handlers.end();
-        if (release.isTwoSeven() && (route.model == "paperlesstask" || route.model == "uisettings")) needsModel = false;
+        if (!release.checksRights && (route.model == "paperlesstask" || route.model == "uisettings"))
+            needsModel = false;
         if (needsModel && !hasPermission(state, *login.user, std::string(actionOf(method)) + route.model))
             return forbidden();
     }
@@ -349,7 +268,8 @@ Response Routes::respond(State& state, const Request& request, const Release& re
     return handler->second(context);
 }
 
-Answer Routes::answer(State& state, const Request& request, const Release& release) {
+Answer Routes::answer(State& state, const Request& request) {
+    const auto& release = state.release;
     if (isPreflight(request)) return preflightAnswer(state);
     Match match;
     auto path = std::string_view(request.path);
@@ -375,8 +295,8 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     Response response;
     auto isReading = request.method == "GET" || request.method == "HEAD";
     if (match.route != nullptr) {
-        response = respond(state, request, release, match);
-        if (release.isTwoSeven()) response = asTwoSeven(std::move(response), segments);
+        response = respond(state, request, match);
+        if (release.mode == ServerMode::V2_7) response = asTwoSeven(std::move(response), segments);
     } else if (request.path == "/api/") {
         response = redirect("schema/view/");
     } else if (isReading) {
@@ -397,7 +317,7 @@ Answer Routes::answer(State& state, const Request& request, const Release& relea
     auto variesByAccept = isApi && response.variesByAccept && match.route->access != Access::Public;
     std::string vary = variesByAccept ? "Accept, " : "";
     vary += "Accept-Language, origin, Cookie";
-    auto isLong = response.body.size() >= compressedLength || (response.isFile && release.isThree());
+    auto isLong = response.body.size() >= compressedLength || (response.isFile && release.compressesAnyFile);
     if (isLong && response.status != 304) vary += ", Accept-Encoding";
     headers.emplace_back("vary", vary);
     if (isApi && response.hasAllow) headers.emplace_back("allow", match.route->allow);

@@ -22,12 +22,12 @@ public:
     ~Routes();
 
     /// Carries the request out. The caller holds the lock on the state.
-    Answer answer(State& state, const Request& request, const Release& release);
+    Answer answer(State& state, const Request& request);
 
 private:
     struct Route;
     struct Match;
-    Response respond(State& state, const Request& request, const Release& release, Match& match);
+    Response respond(State& state, const Request& request, Match& match);
     std::vector<Route> m_routes;
     ListCache m_documentLists;
 

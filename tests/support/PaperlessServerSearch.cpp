@@ -150,7 +150,7 @@ struct SimpleSearch {
 };
 
 std::optional<SimpleSearch> simpleSearch(const State& state, const Request& request) {
-    if (state.mode != ServerMode::V3) return std::nullopt;
+    if (!state.release.hasSimpleSearch) return std::nullopt;
     if (auto text = request.argument("text")) return SimpleSearch{*text, false};
     if (auto title = request.argument("title_search")) return SimpleSearch{*title, true};
     return std::nullopt;
@@ -217,7 +217,7 @@ void applySearch(SelectedDocuments& selected, const State& state, const Request&
 
 Json searchHit(const State& state, const Document& document, const std::string& query, double score, std::size_t rank) {
     std::string highlights;
-    auto isThree = state.mode == ServerMode::V3;
+    auto isThree = state.release.hasSimpleSearch;
     auto lower = lowerText(document.content);
     auto words = wordsOf(query);
     if (!words.empty() && lower.size() == document.content.size()) {

@@ -72,11 +72,11 @@ std::string refusal(const State& state, Task& task, const std::string& checksum)
         if (upload.archiveSerialNumber && document.archiveSerialNumber == upload.archiveSerialNumber)
             return refuse("Given ASN " + std::to_string(*upload.archiveSerialNumber) + " already exists!");
     }
-    auto mayRepeat = state.mode == ServerMode::V3 && !state.refusesDuplicates;
+    auto mayRepeat = state.release.repeatsFiles && !state.refusesDuplicates;
     for (const auto& [id, document] : state.documents) {
         if (mayRepeat || document.checksum != checksum) continue;
         auto text = refuse("It is a duplicate of " + document.title + " (#" + std::to_string(id) + ")" +
-                           (state.mode == ServerMode::V2_7 ? "" : "."));
+                           (state.release.mode == ServerMode::V2_7 ? "" : "."));
         task.duplicateOf = id;
         task.duplicateInTrash = document.deletedAt.has_value();
         return task.duplicateInTrash ? text + " Note: existing document is in the trash." : text;
@@ -132,7 +132,7 @@ void consume(State& state, Task& task) {
     document.archiveSerialNumber = upload.archiveSerialNumber;
     document.originalFileName = task.fileName;
     // Release 3 keeps no second file of a PDF that was born as one.
-    document.hasArchive = !isText && (state.mode != ServerMode::V3 || upload.mimeType != "application/pdf");
+    document.hasArchive = !isText && (state.release.archivesEveryPdf || upload.mimeType != "application/pdf");
     document.owner = task.owner;
     for (auto field : upload.customFields)
         document.customFields.push_back({field, nullptr});
@@ -184,11 +184,11 @@ void finishAtOnce(State& state, Task& task) {
 
 /// In the oldest release tasks were nobody's.
 bool maySeeTask(const Context& context, const Task& task) {
-    return context.release.isTwoSeven() || maySee(*context.user, task.owner, {});
+    return !context.release.checksRights || maySee(*context.user, task.owner, {});
 }
 
 Response uploadDocument(Context& context) {
-    auto mayAdd = context.release.isTwoSeven() || hasPermission(context.state, *context.user, "add_document");
+    auto mayAdd = !context.release.checksRights || hasPermission(context.state, *context.user, "add_document");
     if (!mayAdd) return bareText(403, "Insufficient permissions");
     auto form = formJson(context.request);
     BodyReader body(form, false);
@@ -228,9 +228,8 @@ Response uploadDocument(Context& context) {
 
 Response listTasks(Context& context) {
     const auto& request = context.request;
-    auto isThree = context.release.isThree();
     auto status = request.argument("status");
-    if (isThree && status && lowerAscii(*status) != *status) {
+    if (context.release.hasTaskQueue && status && lowerAscii(*status) != *status) {
         auto text = "Select a valid choice. " + *status + " is not one of the available choices.";
         return jsonResponse(Json{{"status", Json::array({text})}}, 400);
     }
@@ -243,7 +242,7 @@ Response listTasks(Context& context) {
     for (auto entry = context.state.tasks.rbegin(); entry != context.state.tasks.rend(); ++entry) {
         const auto& task = entry->second;
         if (!maySeeTask(context, task) || !fits("task_id", task.taskId)) continue;
-        if (context.release.isTwoSeven() && task.acknowledged) continue;
+        if (!context.release.checksRights && task.acknowledged) continue;
         if (acknowledged && task.acknowledged != request.flag("acknowledged")) continue;
         if (status && lowerAscii(*status) != taskStatus(task)) continue;
         if (!fits("task_name", taskKindName(task)) || !fits("task_type", taskKindName(task))) continue;
@@ -289,7 +288,7 @@ Response acknowledgeTasks(Context& context) {
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, false);
     std::vector<Id> ids;
-    if (context.release.isThree() && parsed.json.is_object() && parsed.json.value("all", Json()) == Json(true)) {
+    if (context.release.hasTaskQueue && parsed.json.is_object() && parsed.json.value("all", Json()) == Json(true)) {
         std::size_t count = 0;
         for (auto& [id, task] : context.state.tasks) {
             auto isNews = !task.acknowledged && task.state == TaskState::Done && maySee(*context.user, task.owner, {});

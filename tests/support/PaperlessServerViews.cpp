@@ -13,10 +13,6 @@ namespace {
 
 constexpr std::size_t slugLength = 50;
 
-std::int64_t lastRuleType(ServerMode mode) {
-    return mode == ServerMode::V3 ? 49 : 47;
-}
-
 void readRules(BodyReader& body, std::vector<FilterRule>& target, std::int64_t lastRuleType) {
     const auto* value = body.find("filter_rules");
     if (value == nullptr) {
@@ -75,7 +71,7 @@ void readView(BodyReader& body, const Context& context, SavedView& view) {
     }
     body.optionalText("sort_field", view.sortField, 128);
     body.boolean("sort_reverse", view.sortReverse);
-    readRules(body, view.filterRules, lastRuleType(context.release.mode));
+    readRules(body, view.filterRules, context.release.lastRuleType);
     if (const auto* value = body.find("page_size")) view.pageSize = *value;
     if (const auto* value = body.find("display_mode")) view.displayMode = *value;
     if (const auto* value = body.find("display_fields")) view.displayFields = *value;
@@ -205,7 +201,7 @@ Response createShareLink(Context& context) {
     body.choice("file_version", link.fileVersion, {"archive", "original"});
     if (body.failed()) return body.errors();
     const auto& shared = *context.state.liveDocument(*document);
-    auto mayShare = context.release.isTwoSeven() || mayChange(*context.user, shared.owner, shared.permissions);
+    auto mayShare = !context.release.checksRights || mayChange(*context.user, shared.owner, shared.permissions);
     if (!mayShare) return detail(403, "Insufficient permissions.");
     link.id = context.state.takeId("share_links");
     link.created = context.state.now();

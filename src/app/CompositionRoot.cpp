@@ -8,9 +8,12 @@
 #include "store/FilenameSchemes.h"
 #include "store/StoreNames.h"
 
+#include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace ledgerfinch {
 namespace {
@@ -23,6 +26,27 @@ std::shared_ptr<LogSink> makeLog(const Paths& paths, bool verbose) {
     return std::make_shared<TeeLogSink>(std::move(sinks));
 }
 
+Error launchError(LaunchError kind, std::string message) {
+    return {std::move(message), static_cast<int>(kind)};
+}
+
+Result<Paths> findFolders(const LaunchOptions& options) {
+    auto paths = Paths::standard(options.dataDirectory);
+    if (paths || options.access == FileAccess::Write) return paths;
+    auto readable = Paths::standardToRead(options.dataDirectory);
+    return readable ? std::move(readable) : std::move(paths);
+}
+
+Result<std::unique_ptr<UserDefaults>> openSettings(const Paths& paths) {
+    const auto file = paths.config / (std::string(UserDefaults::kSuite) + ".ini");
+    auto defaults = UserDefaults::open(file);
+    if (defaults) return defaults;
+    std::error_code ignored;
+    const bool isThere = std::filesystem::exists(std::filesystem::symlink_status(file, ignored));
+    if (isThere) return launchError(LaunchError::Settings, "The settings can't be opened: " + defaults.error().message);
+    return launchError(LaunchError::Folders, "The settings can't be created: " + defaults.error().message);
+}
+
 } // namespace
 
 CompositionRoot::~CompositionRoot() {
@@ -32,19 +56,25 @@ CompositionRoot::~CompositionRoot() {
 Result<std::unique_ptr<CompositionRoot>> CompositionRoot::build(LaunchOptions options) {
     // What the program makes belongs to its user alone, stores included.
     ::umask(S_IRWXG | S_IRWXO);
-    auto paths = Paths::standard(options.dataDirectory);
-    if (!paths) return Error{paths.error().message, static_cast<int>(LaunchError::Folders)};
+    auto paths = findFolders(options);
+    if (!paths) return launchError(LaunchError::Folders, paths.error().message);
     std::unique_ptr<CompositionRoot> root(new CompositionRoot);
+    root->m_access = options.access;
     Services& services = root->m_services;
     services.paths = std::move(paths).value();
     services.log = options.log ? std::move(options.log) : makeLog(services.paths, options.verbose);
-    auto defaults = UserDefaults::open(services.paths.config / (std::string(UserDefaults::kSuite) + ".ini"));
+    auto defaults = openSettings(services.paths);
     if (!defaults) {
-        services.logger("CompositionRoot").error("The settings can't be opened: %{public}s", defaults.error().message);
-        return Error{"The settings can't be opened: " + defaults.error().message,
-                     static_cast<int>(LaunchError::Settings)};
+        services.logger("CompositionRoot").error("%{public}s", defaults.error().message);
+        return defaults.error();
     }
     services.defaults = std::move(defaults).value();
+    if (options.access == FileAccess::Write) {
+        const auto store = root->activeStoreFile();
+        if (::access(store.c_str(), W_OK) != 0 && errno != ENOENT)
+            return launchError(LaunchError::Folders,
+                               "Couldn't write to " + store.string() + ": " + std::strerror(errno));
+    }
     services.secrets = std::move(options.secrets);
     if (!services.secrets)
         services.secrets = std::make_unique<LazySecretStore>(
@@ -61,7 +91,10 @@ Result<std::unique_ptr<CompositionRoot>> CompositionRoot::build(LaunchOptions op
 }
 
 CoreDataHandler& CompositionRoot::core() {
-    if (!m_core) m_core = std::make_unique<CoreDataHandler>(m_services);
+    if (!m_core) {
+        const auto access = m_access == FileAccess::Read ? StoreAccess::WriteOrRead : StoreAccess::Write;
+        m_core = std::make_unique<CoreDataHandler>(m_services, nullptr, access);
+    }
     return *m_core;
 }
 
@@ -80,7 +113,7 @@ std::filesystem::path CompositionRoot::activeStoreFile() const {
     return m_services.paths.container / (store + ".sqlite");
 }
 
-CompositionRoot::RestoredLogin CompositionRoot::restoreLogin() {
+CompositionRoot::RestoredLogin CompositionRoot::restoreLogin(Cancellation* cancellation) {
     const Logger log = m_services.logger("Ledgerfinch_App");
     const auto server = m_services.defaults->string("server").value_or("");
     const auto reading = KeychainHandler(m_services).readToken(server);
@@ -90,7 +123,7 @@ CompositionRoot::RestoredLogin CompositionRoot::restoreLogin() {
         log.info("No token found");
         return NoToken{};
     }
-    auto handler = ApiHandler::withToken(m_services, *m_core, server, reading.data);
+    auto handler = ApiHandler::withToken(m_services, *m_core, server, reading.data, cancellation);
     log.debug("Logged in at %{public}s", server);
     return handler;
 }

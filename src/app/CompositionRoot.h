@@ -14,19 +14,29 @@
 
 namespace ledgerfinch {
 
+/// What the process is about to do with its files.
+enum class FileAccess {
+    Write, ///< refused where the folders or the active store can't be written to
+    Read   ///< works on folders that can only be read
+};
+
 /// How the process was started.
 struct LaunchOptions {
     /// Everything lies below this folder; absent: the folders of the account.
     std::optional<std::filesystem::path> dataDirectory;
     /// Log lines go to standard error as well.
     bool verbose = false;
+    FileAccess access = FileAccess::Write;
     /// In place of what the machine offers; for tests.
     std::shared_ptr<LogSink> log;
     std::unique_ptr<SecretStore> secrets;
 };
 
 /// Why the program's parts could not be built: Error::code.
-enum class LaunchError { Folders = 1, Settings };
+enum class LaunchError {
+    Folders = 1, ///< a folder or file can't be made or written to
+    Settings     ///< the settings can't be read
+};
 
 /// Builds the program's parts, once, and owns them: the services at once, the secret store, the local store and the
 /// connection when they are first needed, so that what only reads touches neither network nor secrets.
@@ -57,12 +67,13 @@ public:
     using RestoredLogin = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable>;
     /// The stored login of the active server, without asking the server whether it still takes the token. Blocks; not
     /// on the main thread. The store must be open.
-    RestoredLogin restoreLogin();
+    RestoredLogin restoreLogin(Cancellation* cancellation = nullptr);
 
 private:
     CompositionRoot() = default;
 
     Services m_services;
+    FileAccess m_access = FileAccess::Write;
     std::unique_ptr<CoreDataHandler> m_core;
     std::jthread m_sweep; ///< ends before the store does
 };

@@ -68,7 +68,8 @@ void DocumentsView::queueSync() {
 }
 
 void DocumentsView::runSync() {
-    const SyncOutcome outcome = m_driver.runSync(apiHandler(), observer());
+    // What brought this pass about may be younger than one that another process is making.
+    const SyncOutcome outcome = m_driver.runSync(apiHandler(), observer(), {SyncExtent::WhatChanged, WhenBusy::Wait});
     onMain([this, outcome] { emit syncEnded(outcome); });
 }
 
@@ -148,6 +149,7 @@ void DocumentsView::switchToInstance(const QString& address) {
     steps.useHandler = [this, link = m_link](const std::shared_ptr<ApiHandler>& api) {
         link->run([&] {
             m_activeServer = m_services.defaults->string("server").value_or("");
+            m_driver.cancelPass(); // the new server's pass doesn't wait for an answer of the old one
             watchStore();
             setApiHandler(api);
         });
@@ -194,6 +196,7 @@ void DocumentsView::followServer(const std::string& address, const std::shared_p
             return;
         }
     }
+    m_driver.cancelPass();
     watchStore();
     setApiHandler(api);
     clearList();

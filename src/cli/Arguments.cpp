@@ -14,7 +14,7 @@ Error unknownOption(const std::string& shown, std::span<const OptionDescription>
     std::vector<std::string_view> names;
     for (const auto& option : options)
         names.push_back(option.name);
-    std::string message = "Unknown option " + printable(shown) + ".";
+    std::string message = "Unknown option " + named(shown) + ".";
     if (shown.starts_with("--"))
         if (const auto meant = nearest(std::string_view(shown).substr(2), names))
             message += " Did you mean --" + std::string(*meant) + "?";

@@ -6,6 +6,7 @@
 #include "cli/ExitCodes.h"
 
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,8 +24,11 @@ class CommandContext {
 public:
     virtual ~CommandContext() = default;
     virtual Console& console() = 0;
-    /// Null when the parts can't be built; the reason was written already and the exit code is `failure()`.
+    /// Null when the parts can't be built, as when a folder can't be written to; the reason was written already and the
+    /// exit code is `failure()`.
     virtual CompositionRoot* program() = 0;
+    /// The same for what writes nothing: folders that can only be read will do.
+    virtual CompositionRoot* programToRead() = 0;
     [[nodiscard]] virtual ExitCode failure() const = 0;
 };
 
@@ -39,6 +43,8 @@ public:
     [[nodiscard]] virtual std::string_view description() const = 0;
     [[nodiscard]] virtual std::span<const PositionalDescription> positionals() const { return {}; }
     [[nodiscard]] virtual std::span<const OptionDescription> options() const { return {}; }
+    /// What it may end with, ascending.
+    [[nodiscard]] virtual std::span<const ExitCode> exitCodes() const = 0;
     /// A sentence when these words must be refused before they are looked at closer; for secrets in the wrong place.
     [[nodiscard]] virtual std::string objection(std::span<const std::string> words) const;
     virtual ExitCode execute(CommandContext& context, const Arguments& arguments) const = 0;
@@ -46,6 +52,11 @@ public:
 
 /// A usage error: the sentence, where to look, and the exit code.
 ExitCode complainOfUsage(const Console& console, std::string_view sentence, std::string_view command = {});
+
+/// The first option given that `allowed` and those of every command don't hold, as a sentence: of commands whose
+/// actions take options of their own. Absent when there is none.
+std::optional<std::string> optionOutOfPlace(const Arguments& arguments, std::span<const OptionDescription> known,
+                                            std::span<const std::string_view> allowed, std::string_view action);
 
 /// Every command, in the order of the help.
 const std::vector<std::unique_ptr<Command>>& allCommands();

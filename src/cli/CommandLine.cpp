@@ -15,9 +15,15 @@ public:
         : m_console(console), m_make(make), m_options(std::move(options)) {}
 
     Console& console() override { return m_console; }
-    CompositionRoot* program() override {
+    CompositionRoot* program() override { return program(FileAccess::Write); }
+    CompositionRoot* programToRead() override { return program(FileAccess::Read); }
+    ExitCode failure() const override { return m_failure; }
+
+private:
+    CompositionRoot* program(FileAccess access) {
         if (m_program || m_tried) return m_program.get();
         m_tried = true;
+        m_options.access = access;
         auto made = m_make(std::move(m_options));
         if (made) {
             m_program = std::move(made).value();
@@ -27,9 +33,7 @@ public:
         }
         return m_program.get();
     }
-    ExitCode failure() const override { return m_failure; }
 
-private:
     Console& m_console;
     const CommandLine::MakeProgram& m_make;
     LaunchOptions m_options;
@@ -64,7 +68,7 @@ ExitCode complainOfCommand(const Console& console, const std::string& word) {
     std::vector<std::string_view> names;
     for (const auto& command : allCommands())
         names.push_back(command->name());
-    std::string sentence = "Unknown command " + printable(word) + ".";
+    std::string sentence = "Unknown command " + named(word) + ".";
     if (const auto meant = nearest(word, names)) sentence += " Did you mean " + std::string(*meant) + "?";
     return complainOfUsage(console, sentence);
 }

@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/ConnectScreen.h"
 
+#include "cli/DisplayText.h"
 #include "cli/Interrupt.h"
+#include "cli/ServerFailure.h"
 #include "cli/WaitForScreen.h"
-#include "connection/ApiError.h"
 
 namespace ledgerfinch::cli {
-namespace {
-
-ExitCode exitCodeOfStatus(std::string_view status) {
-    if (status == "400" || status == "401" || status == "403") return ExitCode::Refused;
-    return ExitCode::Failed;
-}
-
-} // namespace
-
 void fillIn(ConnectForm& form, const LoginInput& input, const UserDefaults& defaults) {
     form.setConnectionProtocol(QString::fromStdString(input.connectionProtocol));
     form.setServer(QString::fromStdString(input.server));
@@ -34,20 +26,22 @@ bool runForm(ConnectForm& form, const std::function<void()>& start) {
     return !watch.interrupted();
 }
 
-ExitCode exitCodeOfConnecting(std::string_view error) {
-    constexpr std::string_view kResponded = "Server responded: ";
-    constexpr std::string_view kUnexpected = "Unexpected response: ";
-    if (error == ApiError::invalidCredentials().localizedDescription() || error == "Login Information incorrect!")
-        return ExitCode::Refused;
-    if (error == ApiError::invalidURL().localizedDescription() || error == "Server address is invalid!")
-        return ExitCode::BadData;
-    if (error.starts_with(ApiError::secretsUnavailable({}).localizedDescription())) return ExitCode::Refused;
-    if (error.starts_with(kResponded)) return exitCodeOfStatus(error.substr(kResponded.size()));
-    if (error.starts_with(kUnexpected)) {
-        const auto status = error.substr(kUnexpected.size());
-        return exitCodeOfStatus(status.substr(0, status.find('\n')));
-    }
-    return ExitCode::Unreachable;
+ExitCode complainOfConnecting(const Console& console, const Services& services, const ConnectForm& form,
+                              const LoginInput& input) {
+    if (const auto& failure = form.failure()) return complainOf(console, services, input.address(), *failure);
+    console.complain(printable(form.error().toStdString()));
+    return ExitCode::Failed;
+}
+
+void tellDoubt(const Console& console, const ConnectForm& form, const LoginInput& input) {
+    const auto doubt = form.reason().toStdString();
+    if (form.failure() || doubt.empty()) return;
+    console.complain(hostText(input.address()) + ": The server didn't confirm the token. " + printable(doubt));
+}
+
+ExitCode complainOfInterruption(const Console& console) {
+    console.complain("Stopped. Nothing was changed.");
+    return ExitCode::Interrupted;
 }
 
 } // namespace ledgerfinch::cli

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "cli/Console.h"
 #include "cli/ExitCodes.h"
 #include "cli/LoginInput.h"
 #include "connection/screens/ConnectForm.h"
 
 #include <functional>
-#include <string_view>
 
 namespace ledgerfinch::cli {
 
@@ -16,7 +16,12 @@ void fillIn(ConnectForm& form, const LoginInput& input, const UserDefaults& defa
 /// Starts the form's work and waits for its end. False when a signal ended it. Main thread.
 bool runForm(ConnectForm& form, const std::function<void()>& start);
 
-/// What an error text of the login screens means for a script.
-ExitCode exitCodeOfConnecting(std::string_view error);
+/// Says why the form's work came to nothing.
+ExitCode complainOfConnecting(const Console& console, const Services& services, const ConnectForm& form,
+                              const LoginInput& input);
+/// Says what speaks against a login that came about all the same: a token that the server didn't confirm.
+void tellDoubt(const Console& console, const ConnectForm& form, const LoginInput& input);
+/// Says that a signal ended it.
+ExitCode complainOfInterruption(const Console& console);
 
 } // namespace ledgerfinch::cli

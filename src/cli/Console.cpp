@@ -11,6 +11,7 @@
 #include <ostream>
 #include <streambuf>
 
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -75,6 +76,16 @@ void Console::complain(std::string_view sentence) const {
     err.flush();
 }
 
+void takeClosedStreams() {
+    for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (::fcntl(stream, F_GETFD) >= 0 || errno != EBADF) continue;
+        // The lowest free number is this one. Opened the wrong way round, so that its use fails as that of a closed
+        // one.
+        const int opened = ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+        if (opened >= 0 && opened != stream) ::close(opened);
+    }
+}
+
 struct StandardConsole::Private {
     DescriptorBuffer outBuffer{STDOUT_FILENO};
     DescriptorBuffer errBuffer{STDERR_FILENO};
@@ -86,14 +97,18 @@ struct StandardConsole::Private {
 StandardConsole::StandardConsole() : m_d(std::make_unique<Private>()) {
     // A reader who leaves early is told by the failing write, not by a signal.
     std::signal(SIGPIPE, SIG_IGN);
+    // And so is who may not write more into a file.
+    std::signal(SIGXFSZ, SIG_IGN);
     auto& console = m_d->console;
     m_d->err << std::unitbuf;
     console.inIsTerminal = ::isatty(STDIN_FILENO) == 1;
     console.outIsTerminal = ::isatty(STDOUT_FILENO) == 1;
+    const std::string terminal = environment("TERM");
+    const bool obeysSequences = !terminal.empty() && terminal != "dumb";
     // A terminal that can't rewrite a line gets no progress.
-    console.errIsTerminal = ::isatty(STDERR_FILENO) == 1 && environment("TERM") != "dumb";
+    console.errIsTerminal = ::isatty(STDERR_FILENO) == 1 && obeysSequences;
     if (console.outIsTerminal) console.width = terminalWidth(STDOUT_FILENO).value_or(80);
-    console.colour = console.outIsTerminal && environment("NO_COLOR").empty() && environment("TERM") != "dumb";
+    console.colour = console.outIsTerminal && environment("NO_COLOR").empty() && obeysSequences;
     console.readSecret = readSecretFromTerminal;
 }
 

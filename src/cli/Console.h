@@ -29,6 +29,10 @@ struct Console {
     void complain(std::string_view sentence) const;
 };
 
+/// Puts something that can be neither read nor written in place of standard streams that are closed, so that no file
+/// that the program opens is taken for one of them. First of all.
+void takeClosedStreams();
+
 /// The process's own streams. Writing to a pipe that nobody reads any more ends quietly: see outputLost().
 class StandardConsole {
 public:

@@ -120,6 +120,11 @@ std::string truncated(std::string_view text, std::size_t width) {
     return std::string(text);
 }
 
+std::string named(std::string_view word) {
+    constexpr std::size_t kLongest = 80;
+    return word.empty() ? "\"\"" : truncated(printable(word), kLongest);
+}
+
 std::string padded(std::string_view text, std::size_t width, Alignment alignment) {
     const std::size_t own = displayWidth(text);
     const std::string blanks(own < width ? width - own : 0, ' ');

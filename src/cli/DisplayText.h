@@ -16,6 +16,9 @@ enum class LineBreaks { Escape, Keep };
 /// dropped.
 std::string printable(std::string_view text, LineBreaks lineBreaks = LineBreaks::Escape);
 
+/// A word that somebody gave, for a sentence about it: printable, cut when it is long, "" when it is empty.
+std::string named(std::string_view word);
+
 /// Columns that printable text takes: 2 for East Asian wide characters and most emoji, 0 for combining marks and
 /// joiners.
 std::size_t displayWidth(std::string_view text);

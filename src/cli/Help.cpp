@@ -11,7 +11,8 @@ namespace ledgerfinch::cli {
 namespace {
 
 constexpr std::array<OptionDescription, 4> kGlobalOptions{{
-    {"data-dir", "FOLDER", "Keep everything below FOLDER instead of the folders of your account."},
+    {"data-dir", "FOLDER",
+     "Keep everything below FOLDER, which is made if need be, instead of the folders of your account."},
     {"verbose", "", "Write the log to standard error as well.", 'v'},
     {"help", "", "Show what a command does and which options it takes.", 'h'},
     {"version", "", "Show the version."},
@@ -19,6 +20,7 @@ constexpr std::array<OptionDescription, 4> kGlobalOptions{{
 
 constexpr std::size_t kHelpWidth = 80;
 constexpr std::size_t kOptionIndent = 26;
+constexpr std::size_t kCodeIndent = 7;
 
 std::string optionForms(const OptionDescription& option) {
     std::string forms = option.letter ? std::string{'-', option.letter} + ", --" : "    --";
@@ -49,13 +51,13 @@ std::string wrapped(std::string_view paragraph, std::size_t indent, std::size_t 
     return result + "\n";
 }
 
-std::string entry(const std::string& left, std::string_view help) {
+std::string entry(const std::string& left, std::string_view help, std::size_t indent = kOptionIndent) {
     std::string line = "  " + left;
-    if (line.size() + 2 > kOptionIndent)
-        line += "\n" + std::string(kOptionIndent, ' ');
+    if (line.size() + 2 > indent)
+        line += "\n" + std::string(indent, ' ');
     else
-        line.append(kOptionIndent - line.size(), ' ');
-    return line + wrapped(help, kOptionIndent, kOptionIndent);
+        line.append(indent - line.size(), ' ');
+    return line + wrapped(help, indent, indent);
 }
 
 std::string paragraphs(std::string_view text) {
@@ -92,6 +94,14 @@ ExitCode complainOfUsage(const Console& console, std::string_view sentence, std:
     console.err << "See: ledgerfinch-cli " << (command.empty() ? "" : std::string(command) + " ") << "--help\n";
     console.err.flush();
     return ExitCode::Usage;
+}
+
+std::optional<std::string> optionOutOfPlace(const Arguments& arguments, std::span<const OptionDescription> known,
+                                            std::span<const std::string_view> allowed, std::string_view action) {
+    for (const auto& option : known)
+        if (arguments.has(option.name) && std::find(allowed.begin(), allowed.end(), option.name) == allowed.end())
+            return std::string(action) + " takes no --" + std::string(option.name) + ".";
+    return std::nullopt;
 }
 
 std::string usageLine(const Command& command) {
@@ -135,6 +145,9 @@ std::string helpText(const Command& command) {
     text += "\nOptions of every command:\n";
     for (const auto& option : kGlobalOptions)
         text += entry(optionForms(option), option.help);
+    text += "\nIt ends with:\n";
+    for (const auto code : command.exitCodes())
+        text += entry(std::to_string(toInt(code)), meaningOf(code), kCodeIndent);
     return text;
 }
 

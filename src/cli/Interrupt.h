@@ -7,7 +7,7 @@
 namespace ledgerfinch::cli {
 
 /// While it lives, SIGINT and SIGTERM call back once on the main thread's event loop instead of ending the process; a
-/// second one ends it as usual.
+/// second one ends it as usual. One at a time.
 class InterruptWatch {
 public:
     explicit InterruptWatch(std::function<void()> onInterrupt);

@@ -2,6 +2,7 @@
 #include "cli/LoginInput.h"
 
 #include "cli/DisplayText.h"
+#include "platform/Text.h"
 
 #include <algorithm>
 #include <array>
@@ -76,6 +77,7 @@ public:
 
 private:
     bool splitAddress(const std::string& url) {
+        if (!isText(url, "The address")) return false;
         for (const std::string_view protocol : {"https://", "http://"}) {
             if (!startsWithIgnoringCase(url, protocol)) continue;
             input.connectionProtocol = protocol;
@@ -108,8 +110,11 @@ private:
         const auto file = m_arguments.value("header-file");
         if (!file) return true;
         struct stat status {};
-        std::ifstream stream(*file, std::ios::binary);
-        if (::stat(file->c_str(), &status) != 0 || !stream || !S_ISREG(status.st_mode)) {
+        std::ifstream stream;
+        // Looked at before it is opened: opening a pipe waits for its other end. That of a shell's "<(...)" is there.
+        const bool isThere = ::stat(file->c_str(), &status) == 0;
+        if (isThere && (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode))) stream.open(*file, std::ios::binary);
+        if (!stream.is_open()) {
             m_console.complain("The file of headers can't be read: " + printable(*file));
             failure = ExitCode::NotFound;
             return false;
@@ -138,7 +143,8 @@ private:
             secret = firstLine(m_console.in);
         else if (!askFor(secret))
             return false;
-        if (!secret.empty() && secret.size() <= kLongestSecret) return true;
+        if (!secret.empty() && secret.size() <= kLongestSecret)
+            return isText(secret, input.loginWithToken ? "The token" : "The password");
         m_console.complain(secret.empty() ? "Nothing was given to log in with."
                                           : "That is too long to be a password or token.");
         failure = ExitCode::BadData;
@@ -152,8 +158,16 @@ private:
             m_console.err << "Username: " << std::flush;
             input.user = firstLine(m_console.in);
         }
-        if (!input.user.empty()) return true;
+        if (!input.user.empty()) return isText(input.user, "The user name");
         (void)complainOfUsage(m_console, "Who logs in? Give --user NAME, or --token.", m_command);
+        return false;
+    }
+
+    /// Servers take nothing but UTF-8, and something else than what was typed must not go out.
+    bool isText(std::string_view given, std::string_view what) {
+        if (!given.empty() && text::isValidUtf8(given)) return true;
+        m_console.complain(std::string(what) + (given.empty() ? " is empty." : " isn't text in UTF-8."));
+        failure = ExitCode::BadData;
         return false;
     }
 

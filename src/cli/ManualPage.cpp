@@ -49,7 +49,11 @@ std::string commandSection(const Command& command) {
         page += ".TP\n\\fI" + roff(positional.name) + "\\fR\n" + roff(positional.help) + "\n";
     for (const auto& option : command.options())
         page += optionEntry(option);
-    return page;
+    page += ".PP\nEnds with";
+    const auto codes = command.exitCodes();
+    for (std::size_t index = 0; index < codes.size(); ++index)
+        page += (index == 0 ? " " : index + 1 < codes.size() ? ", " : " or ") + std::to_string(toInt(codes[index]));
+    return page + "; see EXIT STATUS.\n";
 }
 
 std::string exitStatus() {
@@ -61,7 +65,8 @@ std::string exitStatus() {
 
 constexpr std::string_view kAround =
     ".SH ENVIRONMENT\n"
-    ".TP\n\\fBNO_COLOR\\fR\nSet to anything: no colours.\n"
+    ".TP\n\\fBNO_COLOR\\fR\nSet to any text: no colours.\n"
+    ".TP\n\\fBTERM\\fR\nUnset, empty or dumb: neither colours nor a line of progress.\n"
     ".TP\n\\fBCOLUMNS\\fR\nThe width that tables are fitted into, on a terminal.\n"
     ".TP\n\\fBXDG_DATA_HOME\\fR, \\fBXDG_CONFIG_HOME\\fR, \\fBXDG_STATE_HOME\\fR\n"
     "Where the local stores and files, the settings, and logs and locks lie, each in a folder \\(lqledgerfinch\\(rq.\n"
@@ -89,7 +94,9 @@ std::string manualPage() {
         ".SH SYNOPSIS\n\\fBledgerfinch\\-cli\\fR [\\fIOPTION\\fR]... \\fICOMMAND\\fR [\\fIWORD\\fR]...\n"
         ".SH DESCRIPTION\n"
         "Keeps a whole copy of a document server's metadata and text on this machine, and works with it with or\n"
-        "without the server. Reading commands never touch the network.\n"
+        "without the server. list, show, status, logs, settings and the list of instances never touch the network, "
+        "and\n"
+        "work on folders that can only be read.\n"
         ".SH OPTIONS\nEvery command takes these.\n";
     for (const auto& option : globalOptions())
         page += optionEntry(option);

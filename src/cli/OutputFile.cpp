@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace ledgerfinch::cli {
@@ -25,7 +26,7 @@ int writeAll(int descriptor, std::string_view bytes) {
         if (written < 0 && errno != EINTR) return errno;
         if (written > 0) bytes.remove_prefix(static_cast<std::size_t>(written));
     }
-    return ::fsync(descriptor) == 0 ? 0 : errno;
+    return 0;
 }
 
 /// Gives the finished file its name; without overwriting, in a way that never replaces what appeared meanwhile.
@@ -38,22 +39,57 @@ int giveName(const std::string& temporary, const std::string& name, Overwrite ov
     return 0;
 }
 
-} // namespace
-
-Result<void> writeOutputFile(const std::filesystem::path& file, std::string_view bytes, Overwrite overwrite) {
-    std::error_code ignored;
-    if (overwrite == Overwrite::No && std::filesystem::exists(std::filesystem::symlink_status(file, ignored)))
-        return failure(EEXIST);
+/// Written beside, then renamed: whole or not at all.
+int replace(const std::filesystem::path& file, std::string_view bytes, Overwrite overwrite) {
     const auto folder = file.has_parent_path() ? file.parent_path() : std::filesystem::path(".");
     std::string temporary = (folder / ".ledgerfinch-part-XXXXXX").string();
     const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (descriptor < 0) return failure(errno);
+    if (descriptor < 0) return errno;
     int error = writeAll(descriptor, bytes);
+    if (error == 0 && ::fsync(descriptor) != 0) error = errno;
     ::close(descriptor);
     if (error == 0) error = giveName(temporary, file.string(), overwrite);
-    if (error == 0) return {};
-    ::unlink(temporary.c_str());
-    return failure(error);
+    if (error != 0) ::unlink(temporary.c_str());
+    return error;
+}
+
+/// A terminal, a pipe, "/dev/null": takes bytes, and must never be replaced by a file.
+int writeThrough(const std::filesystem::path& target, std::string_view bytes) {
+    const int descriptor = ::open(target.c_str(), O_WRONLY | O_CLOEXEC | O_NOCTTY);
+    if (descriptor < 0) return errno;
+    const int error = writeAll(descriptor, bytes);
+    ::close(descriptor);
+    return error;
+}
+
+Result<void> outcome(int error) {
+    if (error != 0) return failure(error);
+    return {};
+}
+
+} // namespace
+
+bool isStream(const std::filesystem::path& name) {
+    struct stat status {};
+    if (::stat(name.c_str(), &status) != 0) return false;
+    if (S_ISCHR(status.st_mode) || S_ISFIFO(status.st_mode)) return true;
+    // The system's names for what is open already, like "/dev/stdout", which may be a file.
+    std::error_code error;
+    const auto path = std::filesystem::absolute(name, error).lexically_normal().string();
+    return S_ISREG(status.st_mode) && std::filesystem::is_symlink(name, error) &&
+           (path.starts_with("/dev/") || path.starts_with("/proc/"));
+}
+
+Result<void> writeOutputFile(const std::filesystem::path& file, std::string_view bytes, Overwrite overwrite) {
+    if (isStream(file)) return outcome(writeThrough(file, bytes));
+    std::error_code ignored;
+    const auto status = std::filesystem::symlink_status(file, ignored);
+    if (std::filesystem::exists(status)) {
+        if (overwrite == Overwrite::No) return failure(EEXIST);
+        if (!std::filesystem::is_regular_file(status) && !std::filesystem::is_symlink(status))
+            return failure(std::filesystem::is_directory(status) ? EISDIR : EINVAL);
+    }
+    return outcome(replace(file, bytes, overwrite));
 }
 
 std::string safeFileName(std::string_view stem, std::string_view extension, std::string_view fallback) {

@@ -7,7 +7,7 @@
 
 namespace ledgerfinch::cli {
 
-SessionLogin restoreSession(Console& console, CompositionRoot& program) {
+SessionLogin restoreSession(Console& console, CompositionRoot& program, Cancellation& cancellation) {
     auto& defaults = *program.services().defaults;
     if (defaults.boolean("offlineMode").value_or(false)) {
         console.complain("Ledgerfinch runs in offline mode, without a server. Connect with: ledgerfinch-cli login URL");
@@ -19,7 +19,11 @@ SessionLogin restoreSession(Console& console, CompositionRoot& program) {
         return {nullptr, ExitCode::Refused};
     }
     (void)program.core();
-    const auto restored = runBlocking([&] { return program.restoreLogin(); });
+    const auto restored = runBlocking([&] { return program.restoreLogin(&cancellation); });
+    if (cancellation.isCancelled()) {
+        console.complain("Stopped.");
+        return {nullptr, ExitCode::Interrupted};
+    }
     if (const auto* api = std::get_if<std::shared_ptr<ApiHandler>>(&restored)) return {*api, ExitCode::Ok};
     if (const auto* locked = std::get_if<CompositionRoot::SecretsUnavailable>(&restored)) {
         console.complain("The secret store that keeps the token is locked or doesn't answer: " +

@@ -14,9 +14,6 @@ struct SessionLogin {
 };
 
 /// The stored login of the active server, for commands that talk to it. Opens the store.
-SessionLogin restoreSession(Console& console, CompositionRoot& program);
-
-/// The sentence of a refused token.
-inline constexpr std::string_view kTokenRefused = "The server didn't accept the stored token. Please log in again.";
+SessionLogin restoreSession(Console& console, CompositionRoot& program, Cancellation& cancellation);
 
 } // namespace ledgerfinch::cli

@@ -12,6 +12,7 @@
 using namespace ledgerfinch;
 
 int main(int count, char** words) {
+    cli::takeClosedStreams();
     keepMemorySmall();
     const std::vector<std::string> arguments(words + (count > 0 ? 1 : 0), words + count);
     int qtCount = 1;

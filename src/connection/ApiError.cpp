@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "connection/ApiError.h"
 
+#include "connection/Status.h"
+
 namespace ledgerfinch {
 
 std::string ApiError::localizedDescription() const {
@@ -15,8 +17,21 @@ std::string ApiError::localizedDescription() const {
         return "Invalid credentials";
     case Case::secretsUnavailable:
         return "The token could not be kept: " + body;
+    case Case::secretsNotRemoved:
+        return "The token could not be removed: " + body;
+    case Case::settingsUnwritable:
+        return "The settings could not be written: " + body;
+    case Case::storeUnavailable:
+        return "The local store could not be opened: " + body;
+    case Case::cancelled:
+        return "The request was cancelled.";
     }
     return {};
+}
+
+std::string ApiError::reason() const {
+    if (!detail.empty()) return detail;
+    return kind == Case::unexpectedResponse ? status::reasonFor(status) : localizedDescription();
 }
 
 } // namespace ledgerfinch

@@ -4,6 +4,7 @@
 #include "connection/CustomHeaders.h"
 #include "connection/Instances.h"
 #include "connection/SameServer.h"
+#include "connection/Status.h"
 #include "platform/DispatchQueue.h"
 #include "records/Decoders.h"
 
@@ -23,6 +24,11 @@ std::string ApiHandler::Token() const {
 std::string ApiHandler::Error() const {
     const std::lock_guard lock(m_mutex);
     return m_error.value_or("Couldn't connect to server");
+}
+
+std::optional<ApiError> ApiHandler::failure() const {
+    const std::lock_guard lock(m_mutex);
+    return m_failure;
 }
 
 void ApiHandler::applyCustomHeaders(Services& services, std::string_view server, HttpHeaders& headers) {
@@ -61,7 +67,33 @@ HttpResponse ApiHandler::finish(PendingResponse pending, Cancellation* cancellat
     assert(!mainQueue::isCurrent());
     auto response = cancellation != nullptr ? cancellation->wait(std::move(pending)) : pending.wait();
     m_dialect.hear(response);
+    if (auto failure = failureOf(response); !failure.reason.empty()) noteFailure(failure);
     return response;
+}
+
+int ApiHandler::noteFailure(const AnswerFailure& failure) {
+    bool isNew = false;
+    {
+        const std::lock_guard lock(m_mutex);
+        auto& known = m_reasons[failure.status];
+        isNew = known != failure.reason;
+        known = failure.reason;
+    }
+    // Those for which the status alone tells nothing, once each.
+    const bool unclear = failure.status == status::kRedirected || failure.status == status::kNeedsHttps ||
+                         failure.status == status::kWebPage;
+    if (isNew && unclear) m_log.error("%{public}s", failure.reason);
+    return failure.status;
+}
+
+int ApiHandler::noteUnreadable(const HttpResponse& response) {
+    return noteFailure(unreadable(response));
+}
+
+std::string ApiHandler::reasonFor(int status) const {
+    const std::lock_guard lock(m_mutex);
+    const auto found = m_reasons.find(status);
+    return found != m_reasons.end() ? found->second : status::reasonFor(status);
 }
 
 DecodeContext ApiHandler::decodeContext() const {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "connection/AnswerFailure.h"
 #include "connection/ApiError.h"
 #include "connection/Cancellation.h"
 #include "connection/KeychainHandler.h"
@@ -8,6 +9,7 @@
 #include "platform/Services.h"
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -18,6 +20,7 @@
 namespace ledgerfinch {
 
 class CoreDataHandler;
+class LoginRecord;
 struct DecodeContext;
 
 /// One connection to one server: what every request shares. The operations are the free functions under endpoints/.
@@ -36,16 +39,20 @@ public:
     /// Asks the server for a token and keeps it. `Error()` tells the outcome: "Success", or the text for the person.
     /// With an empty server, an inert handler. On success the server has an entry with a store of its own before the
     /// token is kept, and then, unless that is for later, "server" is set to the text as given. A login that failed or
-    /// was cancelled changes nothing.
+    /// was cancelled changes nothing; with a record, the caller can take a successful one back as well.
     static std::shared_ptr<ApiHandler> login(Services& services, CoreDataHandler& core, std::string_view server,
                                              std::string_view user, std::string_view password,
                                              Cancellation* cancellation = nullptr,
-                                             Activation activation = Activation::Now);
+                                             Activation activation = Activation::Now, LoginRecord* record = nullptr);
+
+    /// Whether an unknown user is asked for when a handler is made.
+    enum class AskUser { No, Yes };
 
     /// Trusts the token. Unless that is for later, sets "server" to the text as given and "offlineMode" to false.
     static std::shared_ptr<ApiHandler> withToken(Services& services, CoreDataHandler& core, std::string_view server,
                                                  std::string_view token, Cancellation* cancellation = nullptr,
-                                                 Activation activation = Activation::Now);
+                                                 Activation activation = Activation::Now,
+                                                 AskUser askUser = AskUser::Yes);
 
     struct NoToken {};
     struct SecretsUnavailable {
@@ -53,16 +60,26 @@ public:
     };
     /// The server answered 401.
     struct Refused {};
-    using Restored = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable, Refused>;
+    /// The caller didn't wait for the answer; nothing was changed.
+    struct Cancelled {};
+    using Restored = std::variant<std::shared_ptr<ApiHandler>, NoToken, SecretsUnavailable, Refused, Cancelled>;
     /// With the token kept for the server, tried against it once. A server that doesn't answer, or answers anything but
     /// 401, gives a handler, so that the local data can be worked with. Leaves "server" alone; when there is a handler
     /// sets "offlineMode" to false, unless that is for later.
     static Restored restore(Services& services, CoreDataHandler& core, std::string_view server,
-                            Activation activation = Activation::Now);
+                            Activation activation = Activation::Now, Cancellation* cancellation = nullptr);
 
     /// Tries a token that a person typed; absent when it may be used (any outcome but a broken address or 401).
     static std::optional<ApiError> checkToken(Services& services, std::string_view server, std::string_view token,
                                               Cancellation* cancellation = nullptr);
+    struct TokenCheck {
+        std::optional<ApiError> error; ///< as checkToken() gives it
+        bool answered = false;
+        std::string doubt = {}; ///< a sentence when the token may be used, but the server didn't confirm it
+    };
+    /// The same, and whether anybody answered: who didn't isn't asked a second question.
+    static TokenCheck tryToken(Services& services, std::string_view server, std::string_view token,
+                               Cancellation* cancellation = nullptr);
     /// Sets the custom headers of that server among the headers of a request.
     static void applyCustomHeaders(Services& services, std::string_view server, HttpHeaders& headers);
 
@@ -75,6 +92,8 @@ public:
     [[nodiscard]] std::string Token() const;
     /// The result of the login; "Success" or why not.
     [[nodiscard]] std::string Error() const;
+    /// Why the login failed, for whoever has to tell the cases apart; absent after success.
+    [[nodiscard]] std::optional<ApiError> failure() const;
     /// The server's id of the token's user, as it was known when the handler was made.
     [[nodiscard]] std::optional<std::int64_t> currentUserID() const { return m_currentUserID; }
     [[nodiscard]] bool isInert() const { return m_server.empty(); }
@@ -102,6 +121,11 @@ public:
     void eraseToken();
     /// The token was refused and forgotten. Where the secret store is locked it may still lie there.
     [[nodiscard]] bool isTokenRefused() const;
+    /// A sentence for the person about the status that an operation of this handler gave: what its latest failure with
+    /// that status told (why nobody answered, where a redirect leads), else status::reasonFor().
+    [[nodiscard]] std::string reasonFor(int status) const;
+    /// Remembers why a body that came with success is of no use, and gives its status.
+    int noteUnreadable(const HttpResponse& response);
     /// Keeps "x-version" of an answer under "server_version", if it has one and this handler's server is the active
     /// one.
     void storeServerVersion(const HttpResponse& response);
@@ -113,11 +137,13 @@ public:
 
 private:
     ApiHandler(Services& services, CoreDataHandler& core, std::string_view server);
-    void obtainToken(std::string_view given, std::string_view user, std::string_view password,
-                     Cancellation* cancellation);
-    /// Why the token couldn't be kept; absent when it is.
-    std::optional<std::string> keepToken(std::string_view given, const std::string& token,
-                                         const HttpResponse& response);
+    void obtainToken(std::string_view user, std::string_view password, LoginRecord& record, Cancellation* cancellation);
+    void readTokenResponse(const HttpResponse& response, LoginRecord& record, Cancellation* cancellation);
+    /// Makes the given address the active server.
+    std::optional<ApiError> activate(std::string_view given);
+    void fail(ApiError failure, std::string text);
+    void fail(const ApiError& failure) { fail(failure, failure.localizedDescription()); }
+    int noteFailure(const AnswerFailure& failure);
     void readCurrentUser(Cancellation* cancellation, bool mayAsk = true);
 
     Services& m_services;
@@ -130,6 +156,8 @@ private:
     std::string m_token;
     bool m_tokenRefused = false;
     std::optional<std::string> m_error;
+    std::optional<ApiError> m_failure;
+    std::map<int, std::string> m_reasons; ///< by status
 };
 
 } // namespace ledgerfinch

@@ -6,19 +6,20 @@ namespace ledgerfinch {
 HttpResponse Cancellation::wait(PendingResponse pending) {
     {
         const std::lock_guard lock(m_mutex);
-        m_current = &pending;
+        m_waiting.push_back(&pending);
         if (m_cancelled) pending.cancel();
     }
     auto response = pending.wait();
     const std::lock_guard lock(m_mutex);
-    m_current = nullptr;
+    std::erase(m_waiting, &pending);
     return response;
 }
 
 void Cancellation::cancel() {
     const std::lock_guard lock(m_mutex);
     m_cancelled = true;
-    if (m_current != nullptr) m_current->cancel();
+    for (auto* pending : m_waiting)
+        pending->cancel();
 }
 
 bool Cancellation::isCancelled() const {

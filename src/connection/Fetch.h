@@ -10,6 +10,7 @@
 
 namespace ledgerfinch {
 
+class Cancellation;
 class ManagedObjectContext;
 
 /// The second line under a sync's stage.
@@ -43,6 +44,9 @@ struct FetchOptions {
     std::function<bool()> shouldStop = {};
     /// A list of attributes was answered with 200, but did not come whole or could not be saved whole. May be empty.
     std::function<void()> incomplete = {};
+    /// Ends the request under way at once, and the fetch with status::kCancelled; nothing more is merged then. May be
+    /// null; outlives the fetch.
+    Cancellation* cancellation = nullptr;
 };
 
 } // namespace ledgerfinch

@@ -32,8 +32,10 @@ SecretReading KeychainHandler::read(std::string_view service, std::string_view a
     return reading;
 }
 
-void KeychainHandler::remove(std::string_view service, std::string_view account) {
-    (void)m_services.secrets->remove(service, account);
+Result<void> KeychainHandler::remove(std::string_view service, std::string_view account) {
+    auto removed = m_services.secrets->remove(service, account);
+    if (!removed) m_services.logger("KeychainHandler").error("Keychainhandler: Error: %d", removed.error().code);
+    return removed;
 }
 
 SecretReading KeychainHandler::readToken(std::string_view server) {
@@ -45,19 +47,21 @@ SecretReading KeychainHandler::readToken(std::string_view server) {
 Result<void> KeychainHandler::saveToken(std::string_view token, std::string_view server) {
     const std::lock_guard lock(tokenMutex());
     auto saved = save(token, server);
-    if (saved) remove(addresses::otherForm(server));
+    if (saved) (void)remove(addresses::otherForm(server));
     return saved;
 }
 
-void KeychainHandler::removeToken(std::string_view server, const std::optional<std::string>& onlyThis) {
+Result<void> KeychainHandler::deleteToken(std::string_view server, const std::optional<std::string>& onlyThis) {
     const std::lock_guard lock(tokenMutex());
+    Result<void> outcome;
     for (const auto& form : {std::string(server), addresses::otherForm(server)}) {
         if (onlyThis) {
             const auto reading = m_services.secrets->read(form, kAccount);
             if (reading.state != SecretState::Found || reading.data != *onlyThis) continue;
         }
-        remove(form);
+        if (auto removed = remove(form); !removed) outcome = std::move(removed);
     }
+    return outcome;
 }
 
 } // namespace ledgerfinch

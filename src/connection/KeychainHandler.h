@@ -20,8 +20,8 @@ public:
     Result<void> save(std::string_view data, std::string_view service, std::string_view account = kAccount);
     /// What lies there; what stands in the way is logged.
     SecretReading read(std::string_view service, std::string_view account = kAccount);
-    /// Removing what isn't there is no failure.
-    void remove(std::string_view service, std::string_view account = kAccount);
+    /// Removing what isn't there is no failure. One is logged and handed back.
+    Result<void> remove(std::string_view service, std::string_view account = kAccount);
 
     /// The token of a server, found under its address as given or with one slash at the end more or less.
     SecretReading readToken(std::string_view server);
@@ -29,7 +29,11 @@ public:
     Result<void> saveToken(std::string_view token, std::string_view server);
     /// Under both forms. With a token given, only where that very token lies: one that is saved at the same time stays,
     /// and so does what can't be read just now.
-    void removeToken(std::string_view server, const std::optional<std::string>& onlyThis = std::nullopt);
+    Result<void> deleteToken(std::string_view server, const std::optional<std::string>& onlyThis = std::nullopt);
+    /// The same where a failure is nobody's business.
+    void removeToken(std::string_view server, const std::optional<std::string>& onlyThis = std::nullopt) {
+        (void)deleteToken(server, onlyThis);
+    }
 
 private:
     Services& m_services;

@@ -2,6 +2,7 @@
 #include "connection/TokenRequest.h"
 
 #include "connection/ApiHandler.h"
+#include "connection/Status.h"
 #include "records/JsonReader.h"
 #include "records/JsonWriter.h"
 
@@ -33,6 +34,18 @@ TokenAnswer readTokenAnswer(std::string_view body) {
         std::all_of(object->members().begin(), object->members().end(),
                     [&](const auto& member) { return object->texts(member.first).has_value(); });
     return answer;
+}
+
+ApiError tokenFailure(const HttpResponse& response, const TokenAnswer& answer) {
+    const int status = response.status;
+    if (status == 200 && answer.isObject) return ApiError::invalidCredentials();
+    if ((status == 400 && answer.isObject) || status == 401) return ApiError::invalidCredentials();
+    if (status == 404 || status == 405)
+        return ApiError::unexpectedResponse(status, {},
+                                            "There is no document server at this address (" + std::to_string(status) +
+                                                "). Check it, and whether a path belongs to it.");
+    auto failure = status::isSuccess(status) ? unreadable(response) : failureOf(response);
+    return ApiError::unexpectedResponse(status, {}, std::move(failure.reason));
 }
 
 bool isPlausibleToken(std::string_view token) {

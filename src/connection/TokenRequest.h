@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "connection/ApiError.h"
 #include "platform/Http.h"
 
 #include <optional>
@@ -20,6 +21,8 @@ struct TokenAnswer {
     bool namesNonFieldErrors = false; ///< an object of lists of texts with a non-empty "non_field_errors"
 };
 [[nodiscard]] TokenAnswer readTokenAnswer(std::string_view body);
+/// Why there is no token in an answer.
+[[nodiscard]] ApiError tokenFailure(const HttpResponse& response, const TokenAnswer& answer);
 
 /// Visible ASCII only: anything else can't travel in a header.
 [[nodiscard]] bool isPlausibleToken(std::string_view token);

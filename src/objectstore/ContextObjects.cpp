@@ -28,6 +28,8 @@ sqlite::Database* ContextEngine::database() {
         return nullptr;
     }
     connection = std::move(*taken);
+    // A connection that another context had: that one's statements for updates stand under the same numbers.
+    connection->forgetSlotsFrom(sql.slotCount());
     return connection.get();
 }
 

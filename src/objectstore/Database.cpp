@@ -2,8 +2,10 @@
 #include "objectstore/Database.h"
 
 #include "objectstore/SqlFunctions.h"
+#include "platform/Escaping.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <limits>
 #include <sqlite3.h>
 
@@ -53,10 +55,19 @@ std::string sentenceOf(StoreErrorCode code) {
     }
 }
 
+/// https://www.sqlite.org/uri.html
+std::string immutableName(const std::filesystem::path& file) {
+    std::error_code ignored;
+    return "file:" + escaping::percentEncode(std::filesystem::absolute(file, ignored).string(), "%?#") + "?immutable=1";
+}
+
 } // namespace
 
 Error makeError(int resultCode, sqlite3* handle, std::string_view what) {
-    const StoreErrorCode code = codeOf(resultCode);
+    StoreErrorCode code = codeOf(resultCode);
+    // A full disk is told as such where a page can't be written, but not where the log or its index can't grow.
+    const int cause = handle && (resultCode & 0xff) == SQLITE_IOERR ? sqlite3_system_errno(handle) : 0;
+    if (cause == ENOSPC || cause == EDQUOT) code = StoreErrorCode::Full;
     std::string message = sentenceOf(code);
     message.append(" (").append(what).append(": ");
     message.append(handle ? sqlite3_errmsg(handle) : sqlite3_errstr(resultCode));
@@ -124,6 +135,9 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
     case OpenMode::ReadOnly:
         flags |= SQLITE_OPEN_READONLY;
         break;
+    case OpenMode::Immutable:
+        flags |= SQLITE_OPEN_READONLY | SQLITE_OPEN_URI;
+        break;
     case OpenMode::ReadWrite:
         flags |= SQLITE_OPEN_READWRITE;
         break;
@@ -132,7 +146,8 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
         break;
     }
     sqlite3* handle = nullptr;
-    const int opened = sqlite3_open_v2(file.c_str(), &handle, flags, vfs.empty() ? nullptr : vfs.c_str());
+    const std::string name = mode == OpenMode::Immutable ? immutableName(file) : file.string();
+    const int opened = sqlite3_open_v2(name.c_str(), &handle, flags, vfs.empty() ? nullptr : vfs.c_str());
     std::unique_ptr<Database> database(new Database(handle));
     if (opened != SQLITE_OK) return makeError(opened, handle, "opening " + file.filename().string());
 
@@ -141,7 +156,8 @@ Result<std::unique_ptr<Database>> Database::open(const std::filesystem::path& fi
     sqlite3_db_config(handle, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
     sqlite3_db_config(handle, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
     sqlite3_db_config(handle, SQLITE_DBCONFIG_ENABLE_FKEY, 1, nullptr);
-    if (mode == OpenMode::ReadOnly) sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    if (mode == OpenMode::ReadOnly || mode == OpenMode::Immutable)
+        sqlite3_db_config(handle, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
     // 16 MB: nearly as quick as a longer log, and a small disk doesn't fill up with it.
     sqlite3_wal_autocheckpoint(handle, 4'000);
 
@@ -197,6 +213,10 @@ Statement* Database::statement(std::size_t slot, const std::string& sql) {
     if (slot >= m_slots.size()) m_slots.resize(slot + 1);
     m_slots[slot] = prepare(sql);
     return m_slots[slot].get();
+}
+
+void Database::forgetSlotsFrom(std::size_t slot) {
+    if (slot < m_slots.size()) m_slots.resize(slot);
 }
 
 Error Database::lastError(std::string_view what) const {

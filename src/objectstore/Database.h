@@ -69,7 +69,12 @@ private:
     Statement* m_statement;
 };
 
-enum class OpenMode { ReadOnly, ReadWrite, Create };
+enum class OpenMode {
+    ReadOnly,
+    Immutable, ///< read only, of a file that nobody writes: leaves nothing beside it and asks for nothing beside it
+    ReadWrite,
+    Create
+};
 
 /// One connection, used by one thread at a time.
 class Database {
@@ -89,6 +94,8 @@ public:
     Statement* statement(std::string_view sql);
     /// The statement of a number that the caller gave out; the text is looked at on first use only. Null on failure.
     Statement* statement(std::size_t slot, const std::string& sql);
+    /// Slots from this one on are whoever has the connection; the next one numbers them anew.
+    void forgetSlotsFrom(std::size_t slot);
 
     [[nodiscard]] Error error(int resultCode, std::string_view what) const {
         return makeError(resultCode, m_handle, what);

@@ -26,6 +26,65 @@ std::int64_t randomNumber() {
     return static_cast<std::int64_t>((std::uint64_t{source()} << 32) | source());
 }
 
+/// https://www.sqlite.org/walformat.html, 2.0
+constexpr std::uintmax_t kIndexPiece = 32 * 1024;
+
+bool isUnwritable(const Error& error) {
+    return error.code == static_cast<int>(StoreErrorCode::ReadOnly) ||
+           error.code == static_cast<int>(StoreErrorCode::Full);
+}
+
+/// How a file is read by whoever may not write it. Where a write-ahead log is, it is read with it, beside those who
+/// write. Without one nobody has the file open, and SQLite, which would have to make one, must be told so.
+sqlite::OpenMode readingMode(const std::filesystem::path& file) {
+    const auto sizeOf = [&](const char* suffix) -> std::uintmax_t {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(file.string() + suffix, error);
+        return error ? 0 : size;
+    };
+    std::error_code error;
+    if (!std::filesystem::exists(file.string() + "-wal", error)) return sqlite::OpenMode::Immutable;
+    // A full disk leaves an index behind that is shorter than its first piece, and of no use.
+    const bool hasIndex = sizeOf("-shm") >= kIndexPiece;
+    return sizeOf("-wal") > 0 || hasIndex ? sqlite::OpenMode::ReadOnly : sqlite::OpenMode::Immutable;
+}
+
+/// The store as it is: no file is made and no model brought to it.
+Result<schema::StoreFile> openToRead(const Model& model, const StoreDescription& description) {
+    const std::string name = "\"" + description.file.filename().string() + "\"";
+    schema::StoreFile store;
+    auto opened = sqlite::Database::open(description.file, description.vfs, readingMode(description.file),
+                                         description.durability);
+    if (!opened) return opened.error();
+    store.connection = std::move(*opened);
+    sqlite::Database& database = *store.connection;
+    const auto lost = [&](int code) {
+        return database.error(code == SQLITE_DONE ? SQLITE_CORRUPT : code, "reading the description");
+    };
+
+    sqlite::Use meta(database.statement("SELECT model,hash,identity,(SELECT max(seq) FROM lf_change) FROM lf_meta"));
+    if (!meta) return database.lastError("reading the description");
+    if (const int code = meta->step(); code != SQLITE_ROW) return lost(code);
+    if (meta->text(0) != model.name())
+        return Error{"The file " + name + " is a store of another kind.", static_cast<int>(StoreErrorCode::Unreadable)};
+    if (meta->integer(1) != static_cast<std::int64_t>(model.hash()))
+        return Error{"The store " + name +
+                         " is of an older version of the program and can't be written to, so it can't be used.",
+                     static_cast<int>(StoreErrorCode::ReadOnly)};
+    store.identity = static_cast<std::uint64_t>(meta->integer(2));
+    store.lastChange = meta->integer(3);
+
+    sqlite::Use entities(database.statement("SELECT name,number FROM lf_entity"));
+    if (!entities) return database.lastError("reading the description");
+    store.entityNumbers.assign(model.entities().size(), 0);
+    int code = SQLITE_ROW;
+    while ((code = entities->step()) == SQLITE_ROW)
+        if (const Entity* entity = model.find(entities->text(0)))
+            store.entityNumbers[entity->index] = entities->integer(1);
+    if (code != SQLITE_DONE) return lost(code);
+    return store;
+}
+
 } // namespace
 
 Result<std::unique_ptr<sqlite::Database>> PersistentContainer::Private::takeConnection() {
@@ -37,8 +96,9 @@ Result<std::unique_ptr<sqlite::Database>> PersistentContainer::Private::takeConn
             return connection;
         }
     }
-    return sqlite::Database::open(description.file, description.vfs, sqlite::OpenMode::ReadWrite,
-                                  description.durability);
+    const auto mode =
+        description.access == StoreAccess::Read ? readingMode(description.file) : sqlite::OpenMode::ReadWrite;
+    return sqlite::Database::open(description.file, description.vfs, mode, description.durability);
 }
 
 void PersistentContainer::Private::giveBack(std::unique_ptr<sqlite::Database> connection) {
@@ -107,7 +167,16 @@ PersistentContainer::~PersistentContainer() {
 
 Result<std::shared_ptr<PersistentContainer>> PersistentContainer::open(const Model& model, StoreDescription description,
                                                                        const Logger& log) {
-    auto store = schema::open(model, description, log);
+    const bool onlyRead = description.access == StoreAccess::Read;
+    auto store = onlyRead ? openToRead(model, description) : schema::open(model, description, log);
+    if (!store && description.access == StoreAccess::WriteOrRead && isUnwritable(store.error())) {
+        log.info("The store %{public}s is opened to read only: %{public}s", description.file.filename().string(),
+                 store.error().message);
+        if (auto opened = openToRead(model, description)) {
+            store = std::move(opened);
+            description.access = StoreAccess::Read;
+        }
+    }
     if (!store) {
         log.error("The store %{public}s wasn't opened: %{public}s", description.file.filename().string(),
                   store.error().message);
@@ -135,6 +204,9 @@ const Model& PersistentContainer::model() const {
 }
 const std::filesystem::path& PersistentContainer::file() const {
     return m_d->description.file;
+}
+bool PersistentContainer::isReadOnly() const {
+    return m_d->description.access == StoreAccess::Read;
 }
 std::uint64_t PersistentContainer::identity() const {
     return m_d->identity;

@@ -16,11 +16,19 @@ enum class Durability {
     Full    ///< every commit is on the disk when save returns
 };
 
+/// What a store is opened for.
+enum class StoreAccess {
+    Write,       ///< refused when the file or its folder can't be written to
+    WriteOrRead, ///< read only where they can't be, or the disk is full: whatever saves then fails
+    Read         ///< read only: the file has to be there, and of this program's model
+};
+
 struct StoreDescription {
     std::filesystem::path file;
     Durability durability = Durability::Normal;
     /// Name of an SQLite VFS, empty for the default one; tests put a failing one here.
     std::string vfs;
+    StoreAccess access = StoreAccess::Write;
 };
 
 enum class StoreErrorCode { Unreadable = 1, Damaged, NewerModel, ReadOnly, Full, Busy, Failed };
@@ -38,6 +46,8 @@ public:
 
     [[nodiscard]] const Model& model() const;
     [[nodiscard]] const std::filesystem::path& file() const;
+    /// Nothing can be saved: see StoreAccess.
+    [[nodiscard]] bool isReadOnly() const;
     [[nodiscard]] std::uint64_t identity() const;
 
     /// Made once, belongs to the main thread.

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <mutex>
-#include <sysexits.h>
 #include <utility>
 
 namespace ledgerfinch {
@@ -28,7 +27,7 @@ void setFatalHandler(std::function<void(const std::string&)> function) {
     handler().function = std::move(function);
 }
 
-void fatal(const std::string& message) {
+void fatal(const std::string& message, FatalStatus status) {
     std::function<void(const std::string&)> function;
     {
         const std::lock_guard lock(handler().mutex);
@@ -37,7 +36,7 @@ void fatal(const std::string& message) {
     if (function) function(message);
     std::fprintf(stderr, "%s\n", message.c_str());
     std::fflush(stderr);
-    std::_Exit(EX_SOFTWARE);
+    std::_Exit(static_cast<int>(status));
 }
 
 } // namespace ledgerfinch

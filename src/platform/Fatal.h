@@ -6,8 +6,11 @@
 
 namespace ledgerfinch {
 
-/// Ends the program: the text goes to stderr, then exit status 70 (EX_SOFTWARE), without running destructors.
-[[noreturn]] void fatal(const std::string& message);
+/// What the program ends with: "internal software error" of sysexits.h, and the one for files that can't be written.
+enum class FatalStatus { Software = 70, CannotCreate = 73 };
+
+/// Ends the program: the text goes to stderr, then the exit status, without running destructors.
+[[noreturn]] void fatal(const std::string& message, FatalStatus status = FatalStatus::Software);
 
 /// Is called first by fatal(), on its thread: to log the text, or, in tests, to throw. When it returns, the program
 /// ends all the same. An empty function takes the handler away.

@@ -49,10 +49,18 @@ struct HttpResponse {
     HttpHeaders headers{};
     std::string body{};
     std::optional<TransportError> error{};
+    /// The address that answered, after the redirects that were followed; empty when nobody did.
+    std::string url{};
+    /// Where an answer with a redirect status leads that was not followed: an absolute http or https address without a
+    /// user name, or empty.
+    std::string redirect{};
 };
 
 /// True for absolute http and https addresses with a host.
 bool isHttpUrl(std::string_view url);
+/// Scheme, host and, where it isn't the usual one, port of an address: "https://papers.example.org:8443". All of an
+/// address that may be shown. Empty for what isHttpUrl() refuses.
+std::string originOf(std::string_view url);
 /// True when scheme class, host and port are the same place: equal host and port, where https may stand for http of the
 /// same host.
 bool isSameServer(std::string_view firstUrl, std::string_view secondUrl);

@@ -62,6 +62,15 @@ bool isHttpUrl(std::string_view url) {
     return !parseHttpUrl(url).isEmpty();
 }
 
+std::string originOf(std::string_view url) {
+    auto parsed = parseHttpUrl(url);
+    if (parsed.isEmpty()) return {};
+    if (parsed.port() == (isSecure(parsed) ? 443 : 80)) parsed.setPort(-1);
+    const auto text =
+        parsed.toString(QUrl::RemoveUserInfo | QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment);
+    return text.toStdString();
+}
+
 bool isSameServer(std::string_view firstUrl, std::string_view secondUrl) {
     return isSameServer(parseHttpUrl(firstUrl), parseHttpUrl(secondUrl));
 }

@@ -175,16 +175,18 @@ void HttpExchange::endEarly(Ending ending) {
 
 QUrl HttpExchange::redirectTarget(int status) const {
     static constexpr std::array<int, 5> kRedirects{301, 302, 303, 307, 308};
-    const auto& method = m_state->request.method;
     if (std::find(kRedirects.begin(), kRedirects.end(), status) == kRedirects.end()) return {};
-    if ((method != "GET" && method != "HEAD") || m_redirects >= kMostRedirects) return {};
     const auto location = m_reply->rawHeader("Location");
     if (location.isEmpty()) return {};
     const auto resolved = m_url.resolved(QUrl::fromEncoded(location)).toEncoded();
-    const auto target = parseHttpUrl(std::string_view(resolved.data(), static_cast<std::size_t>(resolved.size())));
+    return parseHttpUrl(std::string_view(resolved.data(), static_cast<std::size_t>(resolved.size())));
+}
+
+bool HttpExchange::mayFollow(const QUrl& target) const {
+    const auto& method = m_state->request.method;
+    if (target.isEmpty() || (method != "GET" && method != "HEAD") || m_redirects >= kMostRedirects) return false;
     const bool downgrade = m_url.scheme() == QStringLiteral("https") && target.scheme() != QStringLiteral("https");
-    if (target.isEmpty() || downgrade || !target.userInfo().isEmpty() || !isSameServer(m_url, target)) return {};
-    return target;
+    return !downgrade && target.userInfo().isEmpty() && isSameServer(m_url, target);
 }
 
 /// Qt reports a chunked body that breaks off, except one that came to its end in the very read that began it. A
@@ -220,6 +222,9 @@ std::optional<TransportError> HttpExchange::transportError(int status) const {
         return TransportError{TransportErrorKind::Tls, "A secure connection couldn't be made: " +
                                                            (m_tlsRefusal.empty() ? describe() : m_tlsRefusal) + "."};
     }
+    // Qt would send a body anew to where such an answer leads, and fails over that ours begins only once. What it says
+    // of itself doesn't matter.
+    if (error == QNetworkReply::ContentReSendError && (status == 307 || status == 308)) return std::nullopt;
     const bool answered = error == QNetworkReply::NoError || (status >= 400 && tellsOfStatus(error));
     if (status > 0 && (!answered || isCutOff(status))) {
         return TransportError{TransportErrorKind::CutOff, "The connection was lost before the answer was complete."};
@@ -242,7 +247,8 @@ void HttpExchange::conclude() {
     response.status = status;
     response.error = transportError(status);
     if (!response.error) {
-        if (auto target = redirectTarget(status); !target.isEmpty()) {
+        auto target = redirectTarget(status);
+        if (mayFollow(target)) {
             ++m_redirects;
             m_url = std::move(target);
             m_reply->disconnect(this);
@@ -250,8 +256,10 @@ void HttpExchange::conclude() {
             send();
             return;
         }
+        response.redirect = target.toString(QUrl::RemoveUserInfo | QUrl::FullyEncoded).toStdString();
         response.body = std::move(m_body);
     }
+    if (status > 0) response.url = m_url.toString(QUrl::FullyEncoded).toStdString();
     for (const auto& [name, value] : m_reply->rawHeaderPairs()) {
         response.headers.emplace_back(name.toStdString(), value.toStdString());
     }

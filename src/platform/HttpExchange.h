@@ -37,8 +37,9 @@ private:
     void appendPlain(std::int64_t available);
     void appendPacked();
     void conclude();
-    /// The address to go on with, empty when the answer is to be handed back.
+    /// Where the answer sends on to, empty when nowhere.
     [[nodiscard]] QUrl redirectTarget(int status) const;
+    [[nodiscard]] bool mayFollow(const QUrl& target) const;
     [[nodiscard]] std::optional<TransportError> transportError(int status) const;
     [[nodiscard]] bool isCutOff(int status) const;
     [[nodiscard]] std::string describe() const;

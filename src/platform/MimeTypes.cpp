@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <utility>
 
 namespace ledgerfinch::mimeTypes {
@@ -133,6 +134,20 @@ bool looksLikeImage(std::string_view bytes) {
     const bool webp = bytes.size() >= 12 && bytes.starts_with("RIFF"sv) && bytes.substr(8, 4) == "WEBP"sv;
     return webp || bytes.starts_with("\x89PNG\r\n\x1A\n"sv) || bytes.starts_with("\xFF\xD8\xFF"sv) ||
            bytes.starts_with("GIF87a"sv) || bytes.starts_with("GIF89a"sv);
+}
+
+bool endsTooEarly(std::string_view image) {
+    using namespace std::string_view_literals;
+    if (image.starts_with("RIFF"sv) && image.size() >= 8) {
+        std::uint64_t size = 8;
+        for (std::size_t i = 0; i < 4; ++i)
+            size += static_cast<std::uint64_t>(static_cast<unsigned char>(image[4 + i])) << (8 * i);
+        return image.size() < size;
+    }
+    if (!image.starts_with("\x89PNG"sv)) return false;
+    constexpr std::size_t kLastChunkFromItsName = 8;
+    const auto last = image.rfind("IEND"sv);
+    return last == std::string_view::npos || image.size() - last < kLastChunkFromItsName;
 }
 
 } // namespace ledgerfinch::mimeTypes

@@ -16,5 +16,7 @@ std::optional<std::string> forExtension(std::string_view extension);
 bool sameType(std::string_view first, std::string_view second);
 /// True when the bytes make an image the program can draw (PNG, JPEG, WebP, GIF by their first bytes).
 bool looksLikeImage(std::string_view bytes);
+/// True when a PNG or WebP image lacks its end. Other kinds don't tell.
+bool endsTooEarly(std::string_view image);
 
 } // namespace ledgerfinch::mimeTypes

@@ -32,30 +32,47 @@ std::filesystem::path xdgFolder(const char* variable, const char* fallback) {
     return (usable ? std::filesystem::path(value) : homeFolder() / fallback) / "ledgerfinch";
 }
 
+Result<void> checkReadable(const std::filesystem::path& folder) {
+    if (::access(folder.c_str(), R_OK | X_OK) != 0) return posix::systemError("Couldn't enter", folder, errno);
+    return {};
+}
+
 Result<void> prepare(const std::filesystem::path& folder) {
     if (auto made = posix::createFolders(folder); !made) return made;
-    if (::access(folder.c_str(), R_OK | W_OK | X_OK) != 0) return posix::systemError("Couldn't enter", folder, errno);
+    if (auto readable = checkReadable(folder); !readable) return readable;
+    if (::access(folder.c_str(), W_OK) != 0) return posix::systemError("Couldn't write to", folder, errno);
     return {};
+}
+
+/// Where the folders lie, whether they are there or not.
+Result<Paths> locate(const std::optional<std::filesystem::path>& dataDirectory) {
+    if (!dataDirectory)
+        return Paths{.container = xdgFolder("XDG_DATA_HOME", ".local/share"),
+                     .config = xdgFolder("XDG_CONFIG_HOME", ".config"),
+                     .state = xdgFolder("XDG_STATE_HOME", ".local/state")};
+    std::error_code error;
+    const auto base = std::filesystem::absolute(*dataDirectory, error);
+    if (error || dataDirectory->empty())
+        return posix::systemError("Couldn't enter", *dataDirectory, error ? error.value() : ENOENT);
+    return Paths{.container = base / "container", .config = base / "config", .state = base / "state"};
 }
 
 } // namespace
 
 Result<Paths> Paths::standard(const std::optional<std::filesystem::path>& dataDirectory) {
-    Paths paths;
-    if (dataDirectory) {
-        std::error_code error;
-        const auto base = std::filesystem::absolute(*dataDirectory, error);
-        if (error || dataDirectory->empty()) {
-            return posix::systemError("Couldn't enter", *dataDirectory, error ? error.value() : ENOENT);
-        }
-        paths = {.container = base / "container", .config = base / "config", .state = base / "state"};
-    } else {
-        paths = {.container = xdgFolder("XDG_DATA_HOME", ".local/share"),
-                 .config = xdgFolder("XDG_CONFIG_HOME", ".config"),
-                 .state = xdgFolder("XDG_STATE_HOME", ".local/state")};
-    }
-    for (const auto& folder : {paths.container, paths.config, paths.state}) {
+    auto paths = locate(dataDirectory);
+    if (!paths) return paths;
+    for (const auto& folder : {paths->container, paths->config, paths->state}) {
         if (auto prepared = prepare(folder); !prepared) return prepared.error();
+    }
+    return paths;
+}
+
+Result<Paths> Paths::standardToRead(const std::optional<std::filesystem::path>& dataDirectory) {
+    auto paths = locate(dataDirectory);
+    if (!paths) return paths;
+    for (const auto& folder : {paths->container, paths->config}) {
+        if (auto readable = checkReadable(folder); !readable) return readable.error();
     }
     return paths;
 }

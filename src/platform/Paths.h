@@ -17,8 +17,11 @@ struct Paths {
     /// From XDG_DATA_HOME, XDG_CONFIG_HOME, XDG_STATE_HOME (relative values are ignored) plus "ledgerfinch", or below
     /// `dataDirectory`
     /// ("container", "config", "state"). Creates the folders (0700); fails with the folder's name when one can't be
-    /// made or entered.
+    /// made, entered or written to.
     static Result<Paths> standard(const std::optional<std::filesystem::path>& dataDirectory);
+    /// The same folders for whoever only reads: none is made, none need be writable. Fails when that of the stores or
+    /// that of the settings isn't there or can't be entered.
+    static Result<Paths> standardToRead(const std::optional<std::filesystem::path>& dataDirectory);
 };
 
 } // namespace ledgerfinch

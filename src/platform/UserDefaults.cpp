@@ -106,11 +106,15 @@ struct UserDefaults::Private {
 
     [[nodiscard]] std::filesystem::path lockPath() const { return path.string() + ".lock"; }
 
-    [[nodiscard]] std::optional<SettingValue> value(std::string_view key) const {
-        if (const auto found = unsaved.find(key); found != unsaved.end()) return found->second;
+    [[nodiscard]] std::optional<SettingValue> valueInFile(std::string_view key) const {
         const auto found = file.values().find(key);
         if (found == file.values().end()) return std::nullopt;
         return found->second;
+    }
+
+    [[nodiscard]] std::optional<SettingValue> value(std::string_view key) const {
+        if (const auto found = unsaved.find(key); found != unsaved.end()) return found->second;
+        return valueInFile(key);
     }
 
     /// Reads the file when it isn't the one read last. When it can't be read, the last state stays.
@@ -160,7 +164,12 @@ struct UserDefaults::Private {
         const std::lock_guard guard(mutex);
         const auto current = refresh(changed);
         const auto before = value(key);
-        if (current.ok() && before == newValue && !unsaved.contains(key)) return {};
+        if (current.ok() && valueInFile(key) == newValue) {
+            // Nothing to write, even after a write that failed: so what is put back holds on a full disk too.
+            unsaved.erase(std::string(key));
+            if (before != newValue) changed.insert(std::string(key));
+            return {};
+        }
         auto written = write(key, newValue, changed);
         if (!written) unsaved.insert_or_assign(std::string(key), newValue);
         if (before != newValue) changed.insert(std::string(key));

@@ -54,7 +54,7 @@ Result<ObjectID> mergeCorrespondent(ManagedObjectContext& context, const Corresp
             access.changeGroups = correspondent->editable_by_groups();
         merge::writeAccess(*correspondent, access);
         setServerShadow(*correspondent, record.raw);
-        merge::finishRepair<CD_Correspondent>(context, record.id, authority);
+        merge::finishRepair<CD_Correspondent>(finder.context(), record.id, authority);
         return correspondent;
     });
 }
@@ -68,7 +68,7 @@ Result<ObjectID> mergeDocumentType(ManagedObjectContext& context, const Document
         merge::writeOwner(finder, *type, record, authority);
         merge::writeAccess(*type, access);
         setServerShadow(*type, record.raw);
-        merge::finishRepair<CD_Document_Type>(context, record.id, authority);
+        merge::finishRepair<CD_Document_Type>(finder.context(), record.id, authority);
         return type;
     });
 }
@@ -83,7 +83,7 @@ Result<ObjectID> mergeStoragePath(ManagedObjectContext& context, const Storage_P
         merge::writeOwner(finder, *path, record, authority);
         merge::writeAccess(*path, access);
         setServerShadow(*path, record.raw);
-        merge::finishRepair<CD_Storage_Path>(context, record.id, authority);
+        merge::finishRepair<CD_Storage_Path>(finder.context(), record.id, authority);
         return path;
     });
 }
@@ -97,7 +97,7 @@ MergeOutcome CoreDataHandler::saveCorrespondents(const std::vector<Correspondent
     outcome.removed =
         merge::removeOutdated<CD_Correspondent>(*this, context, m_log, records, delivery, kCorrespondentRemoval,
                                                 [](const CD_Correspondent& object) { return object.name(); });
-    merge::mergeEach(context, records, delivery, outcome,
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
                      [&](ManagedObjectContext& entered, const Correspondent& record) {
                          return mergeCorrespondent(entered, record, Authority::Merge, m_log);
                      });
@@ -117,7 +117,7 @@ MergeOutcome CoreDataHandler::saveDocumentTypes(const std::vector<Document_Type>
     outcome.removed =
         merge::removeOutdated<CD_Document_Type>(*this, context, m_log, records, delivery, kDocumentTypeRemoval,
                                                 [](const CD_Document_Type& object) { return object.name(); });
-    merge::mergeEach(context, records, delivery, outcome,
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
                      [&](ManagedObjectContext& entered, const Document_Type& record) {
                          return mergeDocumentType(entered, record, Authority::Merge, m_log);
                      });
@@ -137,7 +137,7 @@ MergeOutcome CoreDataHandler::saveStoragePaths(const std::vector<Storage_Path>& 
     outcome.removed =
         merge::removeOutdated<CD_Storage_Path>(*this, context, m_log, records, delivery, kStoragePathRemoval,
                                                [](const CD_Storage_Path& object) { return object.name(); });
-    merge::mergeEach(context, records, delivery, outcome,
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
                      [&](ManagedObjectContext& entered, const Storage_Path& record) {
                          return mergeStoragePath(entered, record, Authority::Merge, m_log);
                      });

@@ -9,6 +9,7 @@
 #include "records/Users.h"
 #include "store/CloudDataHandler.h"
 #include "store/DocumentFiles.h"
+#include "store/WriteFailure.h"
 #include "store/entities/Entities.h"
 #include "store/entities/Models.h"
 
@@ -74,7 +75,9 @@ public:
     static constexpr std::string_view kContainerName = "Ledgerfinch";
 
     /// Opens the store of the active instance. A store that can't be opened ends the program, the file untouched.
-    explicit CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink = nullptr);
+    /// `access` holds for every store it opens.
+    explicit CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink = nullptr,
+                             StoreAccess access = StoreAccess::Write);
     ~CoreDataHandler();
     CoreDataHandler(const CoreDataHandler&) = delete;
     CoreDataHandler& operator=(const CoreDataHandler&) = delete;
@@ -93,6 +96,11 @@ public:
     [[nodiscard]] const DocumentFiles& documentFiles() const { return m_files; }
     [[nodiscard]] const CloudDataHandler& cloud() const { return m_cloud; }
     [[nodiscard]] Services& services() const { return m_services; }
+    /// What kept lists from being merged, until it is forgotten; whoever begins a sync forgets it.
+    [[nodiscard]] WriteFailure& writeFailure() { return m_writeFailure; }
+    /// The store of this name: the one that is open, or else that file, opened for as long as the caller holds it.
+    /// Fails when there is no such file. Any thread.
+    [[nodiscard]] Result<std::shared_ptr<PersistentContainer>> containerFor(std::string_view name) const;
 
     /// Replaces the container and both contexts. On failure the old store stays open and the reason comes back. A name
     /// with anything of a path in it is refused. Main thread.
@@ -141,8 +149,14 @@ public:
     MergeOutcome saveDocuments(const std::vector<Document>& records, ContextRef context = nullptr,
                                Authority authority = Authority::Merge);
     ObjectID saveDocument(const Document& record, ContextRef context = nullptr, Authority authority = Authority::Merge);
-    /// Deletes the documents that aren't among the ids, and then their files. Only for a delivered list of all ids.
-    /// Documents that were added on this device and never delivered stay.
+    /// The ids of all documents, ascending; none when the store can't be read. What is stored before a server is asked
+    /// for its list may be removed by that list, and nothing that is stored later.
+    [[nodiscard]] std::vector<std::int64_t> storedDocumentIds(ContextRef context = nullptr);
+    /// Deletes those of the documents stored before that aren't among the server's ids, and then their files. Only for
+    /// a delivered list of all ids. Documents that were added on this device and never delivered stay.
+    MergeOutcome removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds,
+                                         const std::vector<std::int64_t>& storedBefore, ContextRef context = nullptr);
+    /// The same for all that are stored now: for a list that can't be older than they are.
     MergeOutcome removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds, ContextRef context = nullptr);
     /// Which of the ids no document here has, ascending.
     [[nodiscard]] std::vector<std::int64_t> missingDocuments(const std::vector<std::int64_t>& serverIds,
@@ -154,8 +168,8 @@ public:
     /// thread, outside the context's queue.
     Result<ObjectID> addLocalDocument(const LocalDocument& document, const LocalAnalyser& analyse = {},
                                       ContextRef context = nullptr);
-    /// Links documents whose correspondent, type, storage path or tags were not there when they were merged, from what
-    /// the server last delivered of them. How many could be linked in full.
+    /// Links documents whose correspondent, type, storage path, tags, owner or fields were not there when they were
+    /// merged, from what the server last delivered of them. How many could be linked in full.
     std::size_t resolveUnresolved(ContextRef context = nullptr);
 
     // Lists for screens, sorted by name (users by username). Never wait behind a sync; see what is saved.
@@ -207,9 +221,11 @@ private:
 
     Services& m_services;
     Logger m_log;
+    StoreAccess m_access;
     std::unique_ptr<const Model> m_model;
     CloudDataHandler m_cloud;
     DocumentFiles m_files;
+    WriteFailure m_writeFailure;
     mutable std::mutex m_mutex; ///< guards m_store only
     OpenStore m_store;
 };

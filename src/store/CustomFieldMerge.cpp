@@ -20,7 +20,7 @@ Result<ObjectID> mergeCustomField(ManagedObjectContext& context, const Custom_Fi
         field->setData_type(std::string(rawValue(record.data_type)));
         if (record.extra_data) field->setExtra_data(encode(*record.extra_data));
         setServerShadow(*field, record.raw);
-        merge::finishRepair<CD_Custom_Field>(context, record.id, authority);
+        merge::finishRepair<CD_Custom_Field>(finder.context(), record.id, authority);
         return field;
     });
 }
@@ -33,7 +33,7 @@ MergeOutcome CoreDataHandler::saveCustomFields(const std::vector<Custom_Field>& 
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Custom_Field>(*this, context, m_log, records, delivery, kRemoval,
                                                              [](const CD_Custom_Field& field) { return field.name(); });
-    merge::mergeEach(context, records, delivery, outcome,
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
                      [&](ManagedObjectContext& entered, const Custom_Field& record) {
                          return mergeCustomField(entered, record, Authority::Merge, m_log);
                      });

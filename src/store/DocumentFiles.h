@@ -51,8 +51,9 @@ public:
     void removeAllDownloads() const;
     /// Removes leftovers in the shared container: temporary files, and folders whose document is in no store, when
     /// nothing touched them for a day. Removes nothing when a store can't be read, is missing, or had to be made anew,
-    /// and never a file that doesn't bear its document's uuid: that one may exist nowhere else. How many went. Reads
-    /// every store of the device: off the main thread. Ends early, between two entries, when it is told to.
+    /// and never a file that doesn't bear its document's uuid: that one may exist nowhere else. Then the emptied stores
+    /// of servers that were let go. How many went. Reads every store of the device: off the main thread. Ends early,
+    /// between two entries, when it is told to.
     std::size_t sweepStrays(std::stop_token stop = {}) const;
     /// A store was made by this process: until the next start nobody can tell a new device from a lost store.
     void noteNewStore() const { m_storeIsNew = true; }

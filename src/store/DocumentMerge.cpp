@@ -31,7 +31,6 @@ struct Links {
           owner(finder, record.owner), access(resolveAccess(finder, record.permissions)),
           tagsMissing(record.tags && tags.size() < record.tags->size()) {}
 
-    /// Users that aren't known here don't count: an account without the right to list users never learns them.
     [[nodiscard]] bool isUnresolved() const {
         return correspondent.isUnresolved() || storagePath.isUnresolved() || documentType.isUnresolved() || tagsMissing;
     }
@@ -122,8 +121,9 @@ private:
 
     /// The relation to fields only grows, unless the server has the last word.
     void writeFields() {
-        const auto met = writeFieldValues(
-            m_finder, *m_document, m_record.custom_fields.value_or(std::vector<Custom_Field_of_Document>{}), m_log);
+        const auto delivered = m_record.custom_fields.value_or(std::vector<Custom_Field_of_Document>{});
+        const auto met = writeFieldValues(m_finder, *m_document, delivered, m_log);
+        m_fieldsMissing = met.size() < delivered.size();
         if (m_serverWins && m_record.custom_fields) m_document->setCustom_fields(met);
     }
 
@@ -194,7 +194,8 @@ private:
 
     void noteRepairs(const Links& links, bool isNew) {
         const auto id = m_record.id;
-        if (links.isUnresolved())
+        if (links.isUnresolved() || (links.owner.isUnresolved() && listCame<CD_User>(m_context)) ||
+            (m_fieldsMissing && listCame<CD_Custom_Field>(m_context)))
             repair::put(m_context, CD_Document::kEntityName, id, RepairList::kUnresolved);
         else if (!isNew)
             repair::drop(m_context, CD_Document::kEntityName, id, RepairList::kUnresolved);
@@ -208,6 +209,7 @@ private:
     bool m_serverWins;
     const Logger& m_log;
     Ref<CD_Document> m_document;
+    bool m_fieldsMissing = false;
 };
 
 } // namespace
@@ -227,7 +229,7 @@ Result<ObjectID> mergeDocument(ManagedObjectContext& context, const Document& re
 MergeOutcome CoreDataHandler::saveDocuments(const std::vector<Document>& records, ContextRef context,
                                             Authority authority) {
     MergeOutcome outcome;
-    merge::mergeEach(contextOrView(std::move(context)), records, Delivery::Partial, outcome,
+    merge::mergeEach(*this, contextOrView(std::move(context)), m_log, records, Delivery::Partial, outcome,
                      [&](ManagedObjectContext& entered, const Document& record) {
                          return merge::mergeDocument(entered, record, authority, m_log);
                      });

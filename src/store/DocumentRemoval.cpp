@@ -5,6 +5,7 @@
 #include "store/StoreFolder.h"
 
 #include <algorithm>
+#include <iterator>
 #include <span>
 
 namespace ledgerfinch {
@@ -14,8 +15,8 @@ namespace {
 constexpr std::size_t kPiece = 200;
 
 /// Deletes one piece of the outdated and gives the uuids whose files may go, once it is saved.
-std::vector<Uuid> removePiece(ManagedObjectContext& context, std::span<const std::int64_t> outdated, const Logger& log,
-                              MergeOutcome& outcome) {
+Result<std::vector<Uuid>> removePiece(ManagedObjectContext& context, std::span<const std::int64_t> outdated,
+                                      const Logger& log, MergeOutcome& outcome) {
     std::vector<Uuid> uuids;
     std::size_t count = 0;
     merge::Finder finder(context);
@@ -27,66 +28,81 @@ std::vector<Uuid> removePiece(ManagedObjectContext& context, std::span<const std
             ++count;
         }
     }
-    if (count == 0 && !finder.failure()) return {};
+    if (count == 0 && !finder.failure()) return uuids;
     const Result<void> saved = finder.failure() ? Result<void>(*finder.failure()) : context.save();
     if (!saved) {
         context.rollback();
         log.error("Failed to delete documents %@", saved.error().message);
         outcome.failed += outdated.size();
-        return {};
+        return saved.error();
     }
     outcome.removed += count;
     return uuids;
 }
 
-bool removeAndSave(ManagedObjectContext& context, ManagedObject& object, const Logger& log) {
+Result<void> removeAndSave(ManagedObjectContext& context, ManagedObject& object, const Logger& log) {
     context.remove(object);
-    const auto saved = context.save();
-    if (saved) return true;
+    auto saved = context.save();
+    if (saved) return saved;
     context.rollback();
     log.error("Failed to delete object %@", saved.error().message);
-    return false;
+    return saved;
 }
 
 /// The deletion and nothing else: what is being edited in the same context is neither saved nor undone by it. Beside
 /// such an edit the deletion takes a context of its own, from which it reaches this one as any other save does.
-bool removeAlone(ManagedObjectContext& context, ManagedObject& object, const Logger& log) {
+Result<void> removeAlone(ManagedObjectContext& context, ManagedObject& object, const Logger& log) {
     if (!context.hasChanges()) return removeAndSave(context, object, log);
     if (object.isInserted()) {
         context.remove(object);
-        return true;
+        return {};
     }
-    const auto apart = context.container().newBackgroundContext();
-    bool removed = false;
-    apart->performAndWait([&] {
-        if (const auto same = apart->existingObject(object.objectID())) removed = removeAndSave(*apart, *same, log);
+    return merge::besideEdits(context, [&](ManagedObjectContext& clean) -> Result<void> {
+        const auto same = clean.existingObject(object.objectID());
+        return same ? removeAndSave(clean, *same, log) : Error{"The object is gone already"};
     });
-    return removed;
 }
 
 } // namespace
 
+std::vector<std::int64_t> CoreDataHandler::storedDocumentIds(ContextRef context) {
+    context = contextOrView(std::move(context));
+    std::vector<std::int64_t> ids;
+    const auto read = visitDocumentIds(context->container(), [&ids](std::int64_t id) { ids.push_back(id); });
+    if (read) return ids;
+    m_log.error("error determining outdated documents: %@", read.error().message);
+    return {};
+}
+
 MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds, ContextRef context) {
+    context = contextOrView(std::move(context));
+    const auto stored = storedDocumentIds(context);
+    return removeOutdatedDocuments(serverIds, stored, std::move(context));
+}
+
+MergeOutcome CoreDataHandler::removeOutdatedDocuments(const std::vector<std::int64_t>& serverIds,
+                                                      const std::vector<std::int64_t>& storedBefore,
+                                                      ContextRef context) {
     context = contextOrView(std::move(context));
     MergeOutcome outcome;
     // Sorted rather than hashed: with hundreds of thousands of documents the memory counts.
     std::vector<std::int64_t> known(serverIds);
     std::sort(known.begin(), known.end());
     std::vector<std::int64_t> outdated;
-    const auto read = visitDocumentIds(context->container(), [&](std::int64_t id) {
-        if (!std::binary_search(known.begin(), known.end(), id)) outdated.push_back(id);
-    });
-    if (!read) {
-        m_log.error("error determining outdated documents: %@", read.error().message);
-        ++outcome.failed;
-        return outcome;
-    }
+    std::copy_if(storedBefore.begin(), storedBefore.end(), std::back_inserter(outdated),
+                 [&known](std::int64_t id) { return !std::binary_search(known.begin(), known.end(), id); });
     for (std::span<const std::int64_t> rest(outdated); !rest.empty();) {
         const auto piece = rest.first(std::min(kPiece, rest.size()));
         rest = rest.subspan(piece.size());
-        std::vector<Uuid> uuids;
+        Result<std::vector<Uuid>> uuids = Error{};
         context->performAndWait([&] { uuids = removePiece(*context, piece, m_log, outcome); });
-        for (const auto& uuid : uuids)
+        if (!uuids && merge::endsTheList(uuids.error())) {
+            m_writeFailure.note(uuids.error());
+            outcome.failed += rest.size();
+            break;
+        }
+        if (!uuids) continue;
+        for (const auto& uuid : *uuids)
             m_files.removeFiles(uuid);
     }
     return outcome;
@@ -131,7 +147,9 @@ bool CoreDataHandler::deleteObject(const ObjectID& id, ContextRef context) {
         const auto object = context->existingObject(id);
         if (!object) return;
         if (const auto document = std::dynamic_pointer_cast<CD_Document>(object)) uuid = document->uuid();
-        deleted = removeAlone(*context, *object, m_log);
+        const auto removed = removeAlone(*context, *object, m_log);
+        deleted = removed.ok();
+        if (!removed && merge::endsTheList(removed.error())) m_writeFailure.note(removed.error());
     });
     if (deleted && uuid) m_files.removeFiles(*uuid);
     return deleted;

@@ -47,9 +47,9 @@ void fill(merge::Finder& finder, CD_Document& document, const LocalAnalysis& ana
 Result<ObjectID> insertDocument(ManagedObjectContext& context, const LocalDocument& request, const Uuid& uuid,
                                 const LocalAnalysis& analysis, Timestamp now, const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save document %@", [&](merge::Finder& finder) {
-        const auto document = context.insert<CD_Document>();
+        const auto document = finder.context().insert<CD_Document>();
         if (!request.example) {
-            if (const auto id = merge::freeDocumentId(context))
+            if (const auto id = merge::freeDocumentId(finder.context()))
                 document->setId(*id);
             else
                 finder.fail(id.error());

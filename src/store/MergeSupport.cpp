@@ -34,16 +34,6 @@ std::optional<Timestamp> parseServerDate(std::string_view text) {
     return dates::parseDateOnly(text);
 }
 
-void undo(ManagedObjectContext& context, ManagedObject* object, bool wasAlone) {
-    if (wasAlone) {
-        context.rollback();
-    } else if (object && object->isInserted()) {
-        context.remove(*object);
-    } else if (object) {
-        context.refresh(*object, MergeChanges::No);
-    }
-}
-
 bool endsTheList(const Error& error) {
     return error.code == static_cast<int>(StoreErrorCode::Full) ||
            error.code == static_cast<int>(StoreErrorCode::ReadOnly);

@@ -79,33 +79,49 @@ bool deliveredAsNull(const std::string& raw, std::string_view member);
 /// A server's moment, or, from servers that send no time, the day's start in the device's time zone.
 std::optional<Timestamp> parseServerDate(std::string_view text);
 
-/// Takes back what the merge of one record left in the context: everything when nothing else was pending before it.
-void undo(ManagedObjectContext& context, ManagedObject* object, bool wasAlone);
-
 /// Nothing can be written any more, so that the rest of a list needs no try.
 bool endsTheList(const Error& error);
 
-/// One record: written, saved, and taken back when it can't be saved. `write` gives the object, or null for none. A
-/// record whose row another process deleted meanwhile is written once more.
+/// Runs the work in the context if nothing else pends there, and else in one of its own over the same store: what
+/// somebody is editing is neither saved nor undone by it, and a failure leaves nothing of the work behind.
+template <class Work>
+auto besideEdits(ManagedObjectContext& context, Work work) {
+    if (!context.hasChanges()) return work(context);
+    const auto apart = context.container().newBackgroundContext();
+    std::optional<decltype(work(*apart))> result;
+    apart->performAndWait([&] { result = work(*apart); });
+    return std::move(*result);
+}
+
+/// One record in a context where nothing else pends: written, saved, and taken back when it can't be saved. A record
+/// whose row another process deleted meanwhile is written once more.
 template <class Write>
-Result<ObjectID> mergeRecord(ManagedObjectContext& context, const Logger& log, std::string_view failureFormat,
-                             Write write) {
-    Error error{"The record was deleted meanwhile"};
+Result<ObjectID> writeAndSave(ManagedObjectContext& context, Write& write) {
     for (int attempt = 0; attempt < 2; ++attempt) {
-        const bool wasAlone = !context.hasChanges();
         Finder finder(context);
         const auto object = write(finder);
         const Result<void> saved = finder.failure() ? Result<void>(*finder.failure()) : context.save();
         if (!saved) {
-            undo(context, object.get(), wasAlone);
-            error = saved.error();
-            break;
+            context.rollback();
+            return saved.error();
         }
         if (!object) return ObjectID{};
         if (!object->isDeleted()) return object->objectID();
     }
-    log.error(failureFormat, error.message);
-    return error;
+    return Error{"The record was deleted meanwhile"};
+}
+
+/// The merge of one record. `write` gives the object, or null for none; everything that it touches belongs to the
+/// finder's context.
+template <class Write>
+Result<ObjectID> mergeRecord(ManagedObjectContext& context, const Logger& log, std::string_view failureFormat,
+                             Write write) {
+    auto merged = besideEdits(context, [&](ManagedObjectContext& clean) { return writeAndSave(clean, write); });
+    if (!merged)
+        log.error(failureFormat, merged.error().message);
+    else if (const auto object = context.hasChanges() ? context.object(*merged) : nullptr)
+        context.refresh(*object, MergeChanges::Yes); // saved beside this context: its edits stay on top
+    return merged;
 }
 
 /// What the single-record operations answer with.
@@ -124,6 +140,13 @@ std::vector<Ref<CD_Document>> deliveredDocuments(Finder& finder, std::int64_t id
 /// An id that no document has: after the highest, as long as there is one.
 Result<std::int64_t> freeDocumentId(ManagedObjectContext& context);
 
+/// False while the whole list of such records is missing, as for an account that may not see it. Then every document is
+/// delivered again once the list comes, and none is noted by itself.
+template <class T>
+bool listCame(ManagedObjectContext& context) {
+    return !repair::isNoted(context, T::kEntityName, RepairList::kListMissing, RepairList::kUnresolved);
+}
+
 /// The three texts with which a kind of object logs its removals.
 struct RemovalTexts {
     std::string_view absent;
@@ -135,15 +158,17 @@ struct RemovalTexts {
 template <class T>
 void noteBearers(ManagedObjectContext& context, const T& attribute, const Logger& log) {
     if constexpr (requires { attribute.ofDocument(); }) {
-        const bool wasAlone = !context.hasChanges();
+        std::vector<std::int64_t> bearers;
         for (const auto& document : attribute.ofDocument())
-            if (document->server_shadow())
-                repair::put(context, CD_Document::kEntityName, document->id(), RepairList::kUnresolved);
-        if (!wasAlone) return;
-        if (const auto saved = context.save(); !saved) {
-            context.rollback();
-            log.error("Couldn't note a repair: %{public}s", saved.error().message);
-        }
+            if (document->server_shadow()) bearers.push_back(document->id());
+        const auto saved = besideEdits(context, [&](ManagedObjectContext& clean) {
+            for (const auto id : bearers)
+                repair::put(clean, CD_Document::kEntityName, id, RepairList::kUnresolved);
+            auto result = clean.save();
+            if (!result) clean.rollback();
+            return result;
+        });
+        if (!saved) log.error("Couldn't note a repair: %{public}s", saved.error().message);
     }
 }
 
@@ -168,17 +193,24 @@ std::size_t removeOutdated(CoreDataHandler& handler, const ContextRef& context, 
             if (delivered.contains(object->id())) continue;
             log.debug(texts.counting, nameOf(*object).value_or("none"));
             noteBearers(*context, *object, log);
-            if (handler.deleteObject(object->objectID(), context)) ++removed;
+            if (handler.deleteObject(object->objectID(), context))
+                ++removed;
+            else if (handler.writeFailure().reason())
+                return; // as the others would fail too
         }
     });
     return removed;
 }
 
+/// So many records in a row that can't be saved are the store's fault, whatever it says.
+constexpr std::size_t kFailuresInARow = 10;
+
 /// Second step: every record in order, each in a block of its own, so that other work of the context can come between.
 template <class Record, class Merge>
-void mergeEach(const ContextRef& context, const std::vector<Record>& records, Delivery delivery, MergeOutcome& outcome,
-               Merge mergeOne) {
+void mergeEach(CoreDataHandler& handler, const ContextRef& context, const Logger& log,
+               const std::vector<Record>& records, Delivery delivery, MergeOutcome& outcome, Merge mergeOne) {
     if (delivery == Delivery::Absent) return;
+    std::size_t failedInARow = 0;
     for (std::size_t index = 0; index < records.size(); ++index) {
         std::optional<Error> error;
         context->performAndWait([&] {
@@ -186,12 +218,15 @@ void mergeEach(const ContextRef& context, const std::vector<Record>& records, De
         });
         if (!error) {
             ++outcome.saved;
-        } else if (endsTheList(*error)) {
-            outcome.failed += records.size() - index;
-            return;
-        } else {
-            ++outcome.failed;
+            failedInARow = 0;
+            continue;
         }
+        ++outcome.failed;
+        if (!endsTheList(*error) && ++failedInARow < kFailuresInARow) continue;
+        outcome.failed = records.size() - outcome.saved;
+        log.error("The store can't be written: %{public}s", error->message);
+        handler.writeFailure().note(*error);
+        return;
     }
 }
 

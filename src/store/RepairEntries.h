@@ -9,17 +9,19 @@
 
 /// The rows behind RepairList, for merges that note a repair within their own save. Inside the context's queue; nothing
 /// here saves.
+///
+/// A refusal of a record that is on the list already takes a new row in place of the old one. So the row tells one
+/// refusal from the next, for every process that has the store open: whoever fetched the record for the old row finds
+/// that row gone, and leaves the new one.
 namespace ledgerfinch::repair {
 
-Ref<RepairEntry> find(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason);
-/// Null when it was there already.
+[[nodiscard]] bool isNoted(ManagedObjectContext& context, std::string_view kind, std::int64_t id,
+                           std::string_view reason);
+/// Null when the record was on the list already; a refusal has taken a new row then.
 Ref<RepairEntry> put(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason);
-/// A refusal that came after the list was last read stays.
+/// Takes the record off the list, but for a refusal that came after this process last read the list.
 void drop(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason);
-
-// Refusals of this process, so that a fetch under way doesn't count as the mending of one that came after it began.
-void noteRefused(const ManagedObjectContext& context, std::string_view kind, std::int64_t id);
-void noteRead(const ManagedObjectContext& context, std::string_view kind, std::int64_t id);
-bool cameAgain(const ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason);
+/// Takes this row off and no other: for whoever put it there.
+void drop(ManagedObjectContext& context, const ObjectID& entry);
 
 } // namespace ledgerfinch::repair

@@ -6,162 +6,132 @@
 
 #include <map>
 #include <mutex>
-#include <tuple>
+#include <set>
 
 namespace ledgerfinch {
 namespace repair {
 namespace {
 
-Result<std::vector<Ref<RepairEntry>>> entriesOf(ManagedObjectContext& context, std::int64_t id) {
+using Entries = std::vector<Ref<RepairEntry>>;
+
+Entries entriesOf(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason) {
+    // Nearly always there is none: the short look-up answers that.
+    if (!context.firstWithID<RepairEntry>(id)) return {};
     auto sameId = Predicate::parse("id = %d", {Value(id)});
-    if (!sameId) return sameId.error();
+    if (!sameId) return {};
     FetchRequest request;
     request.predicate = std::move(*sameId);
-    return context.fetch<RepairEntry>(std::move(request));
+    auto found = context.fetch<RepairEntry>(std::move(request));
+    if (!found) return {};
+    std::erase_if(*found, [&](const auto& entry) { return entry->kind() != kind || entry->reason() != reason; });
+    return std::move(*found);
 }
 
-/// How often each record was refused in this process, and how often when the list was last read. A fetch that began
-/// before the latest refusal can't mend it.
-class Refusals {
+/// The refusals that this process saw when it last read the list of a store. What was fetched since then can mend them,
+/// but none that came later.
+class RefusalsRead {
 public:
-    void noteRefused(const ManagedObjectContext& context, std::string_view kind, std::int64_t id) {
+    void replace(const ManagedObjectContext& context, std::set<ObjectID> rows) {
         const std::lock_guard lock(m_mutex);
-        ++m_counts[keyOf(context, kind, id)].refused;
+        m_rows[context.container().identity()] = std::move(rows);
     }
-    void noteRead(const ManagedObjectContext& context, std::string_view kind, std::int64_t id) {
+    /// Before the list was read for the first time nobody fetched anything for it.
+    bool mayBeMended(const ManagedObjectContext& context, const ObjectID& row) {
         const std::lock_guard lock(m_mutex);
-        if (const auto found = m_counts.find(keyOf(context, kind, id)); found != m_counts.end())
-            found->second.read = found->second.refused;
-    }
-    bool cameAgain(const ManagedObjectContext& context, std::string_view kind, std::int64_t id,
-                   std::string_view reason) {
-        if (reason != RepairList::kRefused) return false;
-        const std::lock_guard lock(m_mutex);
-        const auto found = m_counts.find(keyOf(context, kind, id));
-        if (found == m_counts.end()) return false;
-        const bool came = found->second.read != 0 && found->second.read != found->second.refused;
-        if (!came) m_counts.erase(found);
-        return came;
+        const auto found = m_rows.find(context.container().identity());
+        return found == m_rows.end() || found->second.contains(row);
     }
 
 private:
-    using Key = std::tuple<std::uint64_t, std::string, std::int64_t>;
-    struct Count {
-        std::uint64_t refused = 0;
-        std::uint64_t read = 0; ///< 0: nobody read it yet
-    };
-    static Key keyOf(const ManagedObjectContext& context, std::string_view kind, std::int64_t id) {
-        return {context.container().identity(), std::string(kind), id};
-    }
-
     std::mutex m_mutex;
-    std::map<Key, Count> m_counts;
+    std::map<std::uint64_t, std::set<ObjectID>> m_rows;
 };
 
-Refusals& refusals() {
-    static Refusals all;
-    return all;
-}
-
-bool matches(const RepairEntry& entry, std::string_view kind, std::string_view reason) {
-    return entry.kind() == kind && entry.reason() == reason;
+RefusalsRead& refusalsRead() {
+    static RefusalsRead rows;
+    return rows;
 }
 
 } // namespace
 
-Ref<RepairEntry> find(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason) {
-    // Nearly always there is none: the short look-up answers that.
-    auto first = context.firstWithID<RepairEntry>(id);
-    if (!first || matches(*first, kind, reason)) return first;
-    if (auto all = entriesOf(context, id))
-        for (auto& entry : *all)
-            if (matches(*entry, kind, reason)) return entry;
-    return nullptr;
+bool isNoted(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason) {
+    return !entriesOf(context, kind, id, reason).empty();
 }
 
 Ref<RepairEntry> put(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason) {
-    if (find(context, kind, id, reason)) return nullptr;
+    const auto present = entriesOf(context, kind, id, reason);
+    if (!present.empty() && reason != RepairList::kRefused) return nullptr;
+    for (const auto& entry : present)
+        context.remove(*entry);
     auto entry = context.insert<RepairEntry>();
     entry->setKind(std::string(kind));
     entry->setId(id);
     entry->setReason(std::string(reason));
-    return entry;
+    return present.empty() ? entry : nullptr;
 }
 
 void drop(ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason) {
-    if (refusals().cameAgain(context, kind, id, reason)) return;
-    if (const auto entry = find(context, kind, id, reason)) context.remove(*entry);
+    for (const auto& entry : entriesOf(context, kind, id, reason))
+        if (reason != RepairList::kRefused || refusalsRead().mayBeMended(context, entry->objectID()))
+            context.remove(*entry);
 }
 
-void noteRefused(const ManagedObjectContext& context, std::string_view kind, std::int64_t id) {
-    refusals().noteRefused(context, kind, id);
-}
-
-void noteRead(const ManagedObjectContext& context, std::string_view kind, std::int64_t id) {
-    refusals().noteRead(context, kind, id);
-}
-
-bool cameAgain(const ManagedObjectContext& context, std::string_view kind, std::int64_t id, std::string_view reason) {
-    return refusals().cameAgain(context, kind, id, reason);
+void drop(ManagedObjectContext& context, const ObjectID& entry) {
+    if (const auto present = context.existingObject(entry)) context.remove(*present);
 }
 
 } // namespace repair
 
 namespace {
 
-ContextRef contextOr(CoreDataHandler& handler, ContextRef context) {
-    return context ? std::move(context) : handler.viewContext();
+/// A context of its own over the same store: the list leaves alone what is being edited in the given one.
+ContextRef apart(CoreDataHandler& handler, const ContextRef& context) {
+    return (context ? context : handler.viewContext())->container().newBackgroundContext();
+}
+
+template <class Work>
+Result<void> change(CoreDataHandler& handler, const ContextRef& given, Work work) {
+    const auto context = apart(handler, given);
+    Result<void> saved;
+    context->performAndWait([&] {
+        work(*context);
+        saved = context->save();
+    });
+    return saved;
 }
 
 } // namespace
 
 Result<void> RepairList::add(std::string_view kind, std::int64_t id, std::string_view reason, ContextRef context) {
-    context = contextOr(m_handler, std::move(context));
-    Result<void> result;
-    context->performAndWait([&] {
-        if (reason == kRefused) repair::noteRefused(*context, kind, id);
-        auto entry = repair::put(*context, kind, id, reason);
-        if (!entry) entry = repair::find(*context, kind, id, reason);
-        if (!entry) {
-            result = Error{"The repair list couldn't be read"};
-        } else if (entry->isInserted()) {
-            result = context->saveOnly(*entry);
-            // Left pending it would count as there.
-            if (!result) context->remove(*entry);
-        }
-    });
-    return result ? context->container().makeDurable() : result;
+    context = context ? std::move(context) : m_handler.viewContext();
+    const auto saved =
+        change(m_handler, context, [&](ManagedObjectContext& own) { repair::put(own, kind, id, reason); });
+    return saved ? context->container().makeDurable() : saved;
 }
 
 Result<void> RepairList::remove(std::string_view kind, std::int64_t id, std::string_view reason, ContextRef context) {
-    context = contextOr(m_handler, std::move(context));
-    Result<void> result;
-    context->performAndWait([&] {
-        for (const auto each : {kRefused, kUnresolved}) {
-            if (!reason.empty() && reason != each) continue;
-            const auto entry = repair::find(*context, kind, id, each);
-            if (!entry || repair::cameAgain(*context, kind, id, each)) continue;
-            context->remove(*entry);
-            if (auto saved = context->saveOnly(*entry); !saved) {
-                context->refresh(*entry, MergeChanges::No);
-                result = std::move(saved);
-            }
-        }
+    return change(m_handler, context, [&](ManagedObjectContext& own) {
+        for (const auto each : {kRefused, kUnresolved})
+            if (reason.empty() || reason == each) repair::drop(own, kind, id, each);
     });
-    return result;
 }
 
-std::vector<RepairItem> RepairList::entries(std::string_view reason, ContextRef context) const {
-    context = contextOr(m_handler, std::move(context));
+std::vector<RepairItem> RepairList::entries(std::string_view reason, ContextRef given) const {
+    const auto context = given ? std::move(given) : m_handler.viewContext();
     std::vector<RepairItem> items;
     context->performAndWait([&] {
         const auto found = context->fetch<RepairEntry>(FetchRequest{});
         if (!found) return;
+        std::set<ObjectID> refusals;
+        std::set<RepairItem> seen; // two processes may have noted the same one
         for (const auto& entry : *found) {
-            if (!reason.empty() && entry->reason() != reason) continue;
-            if (entry->reason() == kRefused) repair::noteRead(*context, entry->kind().value_or(""), entry->id());
-            items.push_back({entry->kind().value_or(""), entry->id(), entry->reason().value_or("")});
+            const auto why = entry->reason().value_or("");
+            if (why == kRefused) refusals.insert(entry->objectID());
+            if (!reason.empty() && why != reason) continue;
+            RepairItem item{entry->kind().value_or(""), entry->id(), why};
+            if (seen.insert(item).second) items.push_back(std::move(item));
         }
+        if (reason.empty() || reason == kRefused) repair::refusalsRead().replace(*context, std::move(refusals));
     });
     return items;
 }

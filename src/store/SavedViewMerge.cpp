@@ -51,9 +51,9 @@ Result<ObjectID> mergeSavedView(ManagedObjectContext& context, const Saved_view&
                     authority);
         merge::take(*view, &CD_Saved_View::setSort_field, record.sort_field, record, "sort_field", authority);
         merge::take(*view, &CD_Saved_View::setSort_reverse, record.sort_reverse, record, "sort_reverse", authority);
-        writeRules(context, *view, record.filter_rules);
+        writeRules(finder.context(), *view, record.filter_rules);
         setServerShadow(*view, record.raw);
-        merge::finishRepair<CD_Saved_View>(context, record.id, authority);
+        merge::finishRepair<CD_Saved_View>(finder.context(), record.id, authority);
         return view;
     });
 }
@@ -66,9 +66,10 @@ MergeOutcome CoreDataHandler::saveSavedViews(const std::vector<Saved_view>& reco
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Saved_View>(*this, context, m_log, records, delivery, kRemoval,
                                                            [](const CD_Saved_View& view) { return view.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Saved_view& record) {
-        return mergeSavedView(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const Saved_view& record) {
+                         return mergeSavedView(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 

@@ -133,4 +133,34 @@ Result<void> visitDocumentIds(const PersistentContainer& container, const std::f
                  });
 }
 
+Result<std::optional<std::int64_t>> countDocuments(const std::filesystem::path& file) {
+    const auto database = openForReading(file);
+    if (!database) return database.error();
+    const auto& table = ledgerfinchModel().entity(CD_Document::kEntityName).table;
+    const auto documents = hasDocuments(file, database->get(), table);
+    if (!documents) return documents.error();
+    std::optional<std::int64_t> count;
+    if (!*documents) return count;
+    const auto counted =
+        query(file, database->get(), "SELECT count(*) FROM " + identifier(table), [&count](sqlite3_stmt* statement) {
+            count = sqlite3_column_int64(statement, 0);
+            return true;
+        });
+    if (!counted) return counted.error();
+    return count;
+}
+
+Result<bool> hasDeliveredDocuments(const PersistentContainer& container) {
+    const auto database = openForReading(container.file());
+    if (!database) return database.error();
+    const auto& table = container.model().entity(CD_Document::kEntityName).table;
+    bool found = false;
+    const auto asked =
+        query(container.file(), database->get(),
+              "SELECT 1 FROM " + identifier(table) + " WHERE " + column("server_shadow") + " IS NOT NULL LIMIT 1",
+              [&found](sqlite3_stmt*) { return found = true; });
+    if (!asked) return asked.error();
+    return found;
+}
+
 } // namespace ledgerfinch

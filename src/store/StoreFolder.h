@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -33,5 +34,11 @@ Result<KnownDocuments> readKnownDocuments(const std::filesystem::path& folder,
 /// Visits the ids of all documents of a store, those that were never delivered too, ascending. Read from the index
 /// alone, so that a sync of a large store doesn't read every row.
 Result<void> visitDocumentIds(const PersistentContainer& container, const std::function<void(std::int64_t)>& visit);
+
+/// How many documents a store file holds, local ones too; absent for a file without tables.
+Result<std::optional<std::int64_t>> countDocuments(const std::filesystem::path& file);
+
+/// Whether a server delivered any of the store's documents.
+Result<bool> hasDeliveredDocuments(const PersistentContainer& container);
 
 } // namespace ledgerfinch

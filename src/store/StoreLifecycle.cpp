@@ -23,9 +23,9 @@ bool checkedCloudSetting(UserDefaults& defaults, const CloudDataHandler& cloud, 
 
 } // namespace
 
-CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink)
-    : m_services(services), m_log(services.logger("CoreDataHandler")), m_model(makeLedgerfinchModel(std::move(sink))),
-      m_cloud(services), m_files(services, m_cloud) {
+CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSink> sink, StoreAccess access)
+    : m_services(services), m_log(services.logger("CoreDataHandler")), m_access(access),
+      m_model(makeLedgerfinchModel(std::move(sink))), m_cloud(services), m_files(services, m_cloud) {
     std::error_code error;
     if (!std::filesystem::is_directory(services.paths.container, error))
         fatal("Shared file container could not be created.");
@@ -38,7 +38,10 @@ CoreDataHandler::CoreDataHandler(Services& services, std::shared_ptr<DocumentSin
     auto store = openStore(name, mode);
     if (!store) {
         m_log.error("Error during core data initialisation: %@", store.error().message);
-        fatal("Core Data Store failed " + store.error().message);
+        const bool unwritable = store.error().code == static_cast<int>(StoreErrorCode::Full) ||
+                                store.error().code == static_cast<int>(StoreErrorCode::ReadOnly);
+        fatal("Core Data Store failed " + store.error().message,
+              unwritable ? FatalStatus::CannotCreate : FatalStatus::Software);
     }
     m_store = std::move(*store);
     m_log.debug("CoreData store initialized");
@@ -88,8 +91,10 @@ Result<CoreDataHandler::OpenStore> CoreDataHandler::openStore(const std::string&
     const auto file = m_cloud.localRoot() / (name + std::string(kSuffix));
     m_log.debug("Opening store from %s", file.string());
     std::error_code error;
-    if (const auto size = std::filesystem::file_size(file, error); error || size == 0) m_files.noteNewStore();
-    auto container = PersistentContainer::open(*m_model, {file, Durability::Normal, {}}, m_log);
+    const auto size = std::filesystem::file_size(file, error);
+    if (!error && size == 0) m_log.error("The store %s is an empty file. It is made anew.", name);
+    if (error || size == 0) m_files.noteNewStore();
+    auto container = PersistentContainer::open(*m_model, {file, Durability::Normal, {}, m_access}, m_log);
     if (!container) return container.error();
 
     OpenStore store{name, mode, *container, (*container)->newBackgroundContext(), (*container)->viewContext()};
@@ -99,6 +104,17 @@ Result<CoreDataHandler::OpenStore> CoreDataHandler::openStore(const std::string&
     store.background->setAutomaticallyMergesChangesFromParent(true);
     store.view->setAutomaticallyMergesChangesFromParent(true);
     return store;
+}
+
+Result<std::shared_ptr<PersistentContainer>> CoreDataHandler::containerFor(std::string_view name) const {
+    {
+        const std::lock_guard lock(m_mutex);
+        if (m_store.name == name) return m_store.container;
+    }
+    if (!isStoreName(name)) return Error{"The store's name isn't a file name"};
+    const auto file = m_cloud.localRoot() / (std::string(name) + std::string(kSuffix));
+    if (!m_services.files->exists(file)) return Error{"There is no such store"};
+    return PersistentContainer::open(*m_model, {file, Durability::Normal, {}}, m_log);
 }
 
 Result<void> CoreDataHandler::moveTo(const std::string& name, Mode mode) {

@@ -19,6 +19,15 @@ std::optional<std::string> namedStoreOf(const JsonObject& instances, const std::
     return instance ? instance->text("store") : std::nullopt;
 }
 
+/// As a file system without case sees them; letters beyond ASCII may differ, so that no two stores count as one.
+bool sameName(std::string_view first, std::string_view second) {
+    const auto lower = [](char letter) {
+        return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter | 0x20) : letter;
+    };
+    return std::equal(first.begin(), first.end(), second.begin(), second.end(),
+                      [&](char a, char b) { return lower(a) == lower(b); });
+}
+
 std::optional<std::string> storeOf(const JsonObject& instances, const std::string& address) {
     auto store = namedStoreOf(instances, address);
     // Offline papers exist nowhere else: an entry that names their store names none.
@@ -67,8 +76,17 @@ bool isOfflineClaimed(const UserDefaults& defaults) {
 }
 
 bool isOffline(std::string_view name) {
-    return std::equal(name.begin(), name.end(), kOffline.begin(), kOffline.end(),
-                      [](char first, char second) { return (first | 0x20) == (second | 0x20); });
+    return sameName(name, kOffline);
+}
+
+bool mayBeInUse(const UserDefaults& defaults, std::string_view name) {
+    if (isOffline(name) || sameName(name, active(defaults))) return true;
+    if (defaults.string("connectedInstances").value_or("").empty()) return false;
+    const auto instances = connectedInstances(defaults);
+    return !instances || std::any_of(instances->members().begin(), instances->members().end(), [&](const auto& member) {
+        const auto store = namedStoreOf(*instances, member.first);
+        return !store || sameName(name, *store);
+    });
 }
 
 } // namespace ledgerfinch::storeNames

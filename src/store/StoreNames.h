@@ -30,4 +30,8 @@ bool isOfflineClaimed(const UserDefaults& defaults);
 /// Whether the name means the store of offline mode, on a file system with or without case.
 bool isOffline(std::string_view name);
 
+/// Whether the store may be somebody's: that of offline mode, of the active server or of an entry. True as well when
+/// the entries can't all be read, for then nobody knows. Names that differ only in case may be one file.
+bool mayBeInUse(const UserDefaults& defaults, std::string_view name);
+
 } // namespace ledgerfinch::storeNames

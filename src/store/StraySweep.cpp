@@ -5,6 +5,7 @@
 #include "records/JsonReader.h"
 #include "store/StoreFolder.h"
 #include "store/StoreNames.h"
+#include "store/StoreRemoval.h"
 
 #include <chrono>
 #include <filesystem>
@@ -120,7 +121,7 @@ std::size_t DocumentFiles::sweepStrays(std::stop_token stop) const {
     // Previews first: beside the document's folder it shows what kind of document that was.
     sweep.sweepFolders(root / kPreviews, root / kDocuments);
     sweep.sweepFolders(root / kDocuments, root / kDocuments);
-    return sweep.removed();
+    return sweep.removed() + removeLeftoverStores(m_services);
 }
 
 } // namespace ledgerfinch

@@ -32,7 +32,7 @@ Result<ObjectID> mergeTag(ManagedObjectContext& context, const Tag& record, Auth
         merge::writeOwner(finder, *tag, record, authority);
         merge::writeAccess(*tag, access);
         setServerShadow(*tag, record.raw);
-        merge::finishRepair<CD_Tag>(context, record.id, authority);
+        merge::finishRepair<CD_Tag>(finder.context(), record.id, authority);
         return tag;
     });
 }
@@ -44,9 +44,10 @@ MergeOutcome CoreDataHandler::saveTags(const std::vector<Tag>& records, Delivery
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Tag>(*this, context, m_log, records, delivery, kRemoval,
                                                     [](const CD_Tag& tag) { return tag.name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const Tag& record) {
-        return mergeTag(entered, record, Authority::Merge, m_log, *m_services.defaults);
-    });
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const Tag& record) {
+                         return mergeTag(entered, record, Authority::Merge, m_log, *m_services.defaults);
+                     });
     return outcome;
 }
 

@@ -1,9 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "store/CoreDataHandler.h"
 
+#include "records/Decoders.h"
 #include "records/JsonReader.h"
+#include "store/CustomFieldValues.h"
 #include "store/MergeSupport.h"
 #include "store/ServerShadow.h"
+
+#include <algorithm>
 
 namespace ledgerfinch {
 namespace {
@@ -28,7 +32,27 @@ bool linkTagsAgain(merge::Finder& finder, CD_Document& document, const JsonObjec
     return tags.size() == ids->size();
 }
 
-bool linkAgain(merge::Finder& finder, CD_Document& document) {
+/// The values of all fields are written anew when one of them wasn't known before.
+bool linkFieldsAgain(merge::Finder& finder, CD_Document& document, const JsonObject& delivered, const Logger& log) {
+    const auto raw = delivered.raw("custom_fields");
+    if (!raw) return true;
+    const auto record =
+        decodeDocument(R"({"id":0,"title":"","custom_fields":)" + std::string(*raw) + "}", DecodeContext{});
+    if (!record || !record->custom_fields) return true;
+    const auto present = document.custom_fields();
+    std::size_t known = 0;
+    bool isNew = false;
+    for (const auto& entry : *record->custom_fields) {
+        const auto field = finder.find<CD_Custom_Field>(entry.field);
+        if (!field) continue;
+        ++known;
+        isNew |= std::find(present.begin(), present.end(), field) == present.end();
+    }
+    if (isNew) writeFieldValues(finder, document, *record->custom_fields, log);
+    return known == record->custom_fields->size();
+}
+
+bool linkAgain(merge::Finder& finder, CD_Document& document, const Logger& log) {
     const auto delivered = serverShadow(document);
     if (!delivered) return true;
     // Every relation gets its turn, also after one that is still missing.
@@ -39,6 +63,10 @@ bool linkAgain(merge::Finder& finder, CD_Document& document) {
     complete &= linkAgain(finder, document, *delivered, "storage_path", &CD_Document::storage_path,
                           &CD_Document::setStorage_path);
     complete &= linkTagsAgain(finder, document, *delivered);
+    auto& context = finder.context();
+    complete &= linkAgain(finder, document, *delivered, "owner", &CD_Document::owner, &CD_Document::setOwner) ||
+                !merge::listCame<CD_User>(context);
+    complete &= linkFieldsAgain(finder, document, *delivered, log) || !merge::listCame<CD_Custom_Field>(context);
     return complete;
 }
 
@@ -49,6 +77,7 @@ std::size_t CoreDataHandler::resolveUnresolved(ContextRef context) {
     std::size_t resolved = 0;
     for (const auto& item : RepairList(*this).entries(RepairList::kUnresolved, context)) {
         if (item.kind != CD_Document::kEntityName) continue;
+        std::optional<Error> failure;
         context->performAndWait([&] {
             bool isWhole = true;
             Ref<CD_Document> document;
@@ -57,14 +86,19 @@ std::size_t CoreDataHandler::resolveUnresolved(ContextRef context) {
                 isWhole = true;
                 const auto documents = merge::deliveredDocuments(finder, item.id);
                 document = documents.empty() ? nullptr : documents.front();
-                if (document) isWhole = linkAgain(finder, *document);
-                const auto entry = repair::find(*context, item.kind, item.id, RepairList::kUnresolved);
-                if (isWhole && entry) context->remove(*entry);
+                if (document) isWhole = linkAgain(finder, *document, m_log);
+                if (isWhole) repair::drop(finder.context(), item.kind, item.id, RepairList::kUnresolved);
                 return document;
             });
-            if (linked && isWhole && document) ++resolved;
+            if (!linked)
+                failure = linked.error();
+            else if (isWhole && document)
+                ++resolved;
             if (document) context->refresh(*document, MergeChanges::No);
         });
+        if (!failure || !merge::endsTheList(*failure)) continue;
+        m_writeFailure.note(*failure);
+        break;
     }
     return resolved;
 }

@@ -6,6 +6,7 @@
 #include "store/ServerShadow.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace ledgerfinch {
 namespace {
@@ -36,6 +37,14 @@ std::optional<std::vector<Ref<CD_Permission>>> replacement(ManagedObjectContext&
     return fresh;
 }
 
+/// The list to write: absent leaves the local one alone; null is an empty one where the server has the last word.
+template <class List>
+std::optional<List> toWrite(const std::optional<List>& list, const std::string& raw, std::string_view member,
+                            Authority authority) {
+    if (list || authority != Authority::ServerWins || !merge::deliveredAsNull(raw, member)) return list;
+    return List{};
+}
+
 Result<ObjectID> mergeUser(ManagedObjectContext& context, const User& record, Authority authority, const Logger& log) {
     return merge::mergeRecord(context, log, "Failed to save storage path %@", [&](merge::Finder& finder) {
         const auto user = finder.findOrInsert<CD_User>(record.id);
@@ -48,15 +57,16 @@ Result<ObjectID> mergeUser(ManagedObjectContext& context, const User& record, Au
         merge::take(*user, &CD_User::setIs_staff, record.is_staff, record, "is_staff", authority);
         merge::take(*user, &CD_User::setIs_active, record.is_active, record, "is_active", authority);
         merge::take(*user, &CD_User::setIs_superuser, record.is_superuser, record, "is_superuser", authority);
-        if (record.groups) user->setGroups(merge::resolve<CD_Group>(finder, record.groups));
-        if (record.user_permissions)
-            if (const auto fresh = replacement(context, user->user_permissions(), *record.user_permissions))
+        if (const auto groups = toWrite(record.groups, record.raw, "groups", authority))
+            user->setGroups(merge::resolve<CD_Group>(finder, groups));
+        if (auto texts = toWrite(record.user_permissions, record.raw, "user_permissions", authority))
+            if (const auto fresh = replacement(finder.context(), user->user_permissions(), std::move(*texts)))
                 user->setUser_permissions(*fresh);
-        if (record.inherited_permissions)
-            if (const auto fresh = replacement(context, user->inherited_permissions(), *record.inherited_permissions))
+        if (auto texts = toWrite(record.inherited_permissions, record.raw, "inherited_permissions", authority))
+            if (const auto fresh = replacement(finder.context(), user->inherited_permissions(), std::move(*texts)))
                 user->setInherited_permissions(*fresh);
         setServerShadow(*user, record.raw);
-        merge::finishRepair<CD_User>(context, record.id, authority);
+        merge::finishRepair<CD_User>(finder.context(), record.id, authority);
         return user;
     });
 }
@@ -66,11 +76,11 @@ Result<ObjectID> mergeGroup(ManagedObjectContext& context, const PaperlessGroup&
     return merge::mergeRecord(context, log, "Failed to save storage path %@", [&](merge::Finder& finder) {
         const auto group = finder.findOrInsert<CD_Group>(record.id);
         merge::take(*group, &CD_Group::setName, record.name, record, "name", authority);
-        if (record.permissions)
-            if (const auto fresh = replacement(context, group->permissions(), *record.permissions))
+        if (auto texts = toWrite(record.permissions, record.raw, "permissions", authority))
+            if (const auto fresh = replacement(finder.context(), group->permissions(), std::move(*texts)))
                 group->setPermissions(*fresh);
         setServerShadow(*group, record.raw);
-        merge::finishRepair<CD_Group>(context, record.id, authority);
+        merge::finishRepair<CD_Group>(finder.context(), record.id, authority);
         return group;
     });
 }
@@ -82,9 +92,10 @@ MergeOutcome CoreDataHandler::saveUsers(const std::vector<User>& records, Delive
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_User>(*this, context, m_log, records, delivery, kUserRemoval,
                                                      [](const CD_User& user) { return user.first_name(); });
-    merge::mergeEach(context, records, delivery, outcome, [&](ManagedObjectContext& entered, const User& record) {
-        return mergeUser(entered, record, Authority::Merge, m_log);
-    });
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
+                     [&](ManagedObjectContext& entered, const User& record) {
+                         return mergeUser(entered, record, Authority::Merge, m_log);
+                     });
     return outcome;
 }
 
@@ -100,7 +111,7 @@ MergeOutcome CoreDataHandler::saveGroups(const std::vector<PaperlessGroup>& reco
     MergeOutcome outcome;
     outcome.removed = merge::removeOutdated<CD_Group>(*this, context, m_log, records, delivery, kGroupRemoval,
                                                       [](const CD_Group& group) { return group.name(); });
-    merge::mergeEach(context, records, delivery, outcome,
+    merge::mergeEach(*this, context, m_log, records, delivery, outcome,
                      [&](ManagedObjectContext& entered, const PaperlessGroup& record) {
                          return mergeGroup(entered, record, Authority::Merge, m_log);
                      });

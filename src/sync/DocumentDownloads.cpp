@@ -17,6 +17,10 @@ namespace {
 constexpr std::size_t kBatch = 200;
 /// After so many documents in a row without an answer the server is taken to be away.
 constexpr int kUnansweredInARow = 3;
+/// After so many that came and could not be written the disk is taken to be full.
+constexpr int kUnwrittenInARow = 3;
+/// The code of getDocumentFile for a file that could not be written.
+constexpr int kUnwritten = 0;
 
 struct DocumentToDownload {
     Uuid uuid;
@@ -41,6 +45,7 @@ struct DocumentDownloads::Run {
     std::shared_ptr<ApiHandler> api;
     SyncObserver observer;
     std::shared_ptr<PersistentContainer> container;
+    std::shared_ptr<Cancellation> cancellation = std::make_shared<Cancellation>();
 };
 
 DocumentDownloads::DocumentDownloads(Services& services, CoreDataHandler& core,
@@ -49,20 +54,56 @@ DocumentDownloads::DocumentDownloads(Services& services, CoreDataHandler& core,
       m_log(services.logger("DocumentsView")) {}
 
 DocumentDownloads::~DocumentDownloads() {
-    cancel(); // the queue joins
+    stop(); // the queue joins
 }
 
 void DocumentDownloads::downloadSelectedDocuments(std::shared_ptr<ApiHandler> api, SyncObserver observer) {
-    cancel();
-    auto run = std::make_shared<const Run>(
-        Run{m_generation.load(), std::move(api), std::move(observer), m_core.persistenceContainer()});
+    std::shared_ptr<const Run> run;
+    {
+        const std::lock_guard lock(m_telling);
+        // Under the same lock as stop(), so that nothing begins behind its back.
+        if (m_stopped) return;
+        endRun(InHand::Finish);
+        m_writeFailure.reset();
+        run = std::make_shared<const Run>(
+            Run{m_generation.load(), std::move(api), std::move(observer), m_core.persistenceContainer()});
+        m_current = run;
+    }
     m_queue.async([this, run] { this->run(*run); });
+}
+
+void DocumentDownloads::endRun(InHand inHand) {
+    ++m_generation;
+    const auto ended = std::exchange(m_current, nullptr);
+    if (ended && inHand == InHand::Drop) ended->cancellation->cancel();
+    if (const auto shown = std::exchange(m_shown, nullptr)) shown(loadingData::finished);
 }
 
 void DocumentDownloads::cancel() {
     const std::lock_guard lock(m_telling);
-    ++m_generation;
-    if (const auto shown = std::exchange(m_shown, nullptr)) shown(loadingData::finished);
+    endRun(InHand::Finish);
+}
+
+void DocumentDownloads::stop() {
+    const std::lock_guard lock(m_telling);
+    m_stopped = true;
+    endRun(InHand::Drop);
+}
+
+void DocumentDownloads::removeAllDownloads(std::function<void()> done) {
+    {
+        const std::lock_guard lock(m_telling);
+        endRun(InHand::Drop);
+    }
+    m_queue.async([this, done = std::move(done)] {
+        m_core.documentFiles().removeAllDownloads();
+        if (done) done();
+    });
+}
+
+std::optional<std::string> DocumentDownloads::writeFailure() const {
+    const std::lock_guard lock(m_telling);
+    return m_writeFailure;
 }
 
 void DocumentDownloads::wait() {
@@ -98,28 +139,38 @@ std::vector<ObjectID> DocumentDownloads::selectedDocuments(const Run& run) const
 
 bool DocumentDownloads::downloadAll(const Run& run, const std::vector<ObjectID>& documents) {
     int unanswered = 0;
+    int unwritten = 0;
     for (std::size_t begin = 0; begin < documents.size(); begin += kBatch) {
         const auto context = run.container->newBackgroundContext();
         for (std::size_t index = begin; index < std::min(begin + kBatch, documents.size()); ++index) {
             if (!isCurrent(run)) return false;
             tellProgress(run, index + 1, documents.size());
-            const int status = download(run, *context, documents[index]);
+            const auto done = download(run, *context, documents[index]);
+            const int status = done ? 200 : done.error().code;
             unanswered = status == status::kNoAnswer ? unanswered + 1 : 0;
+            unwritten = status == kUnwritten ? unwritten + 1 : 0;
             if (status == 401 || unanswered == kUnansweredInARow) return false;
+            if (unwritten < kUnwrittenInARow) continue;
+            m_log.error("Files can't be written, not downloading any more: %{public}s", done.error().message);
+            const std::lock_guard lock(m_telling);
+            if (run.generation == m_generation.load()) m_writeFailure = done.error().message;
+            return false;
         }
     }
     return true;
 }
 
-int DocumentDownloads::download(const Run& run, ManagedObjectContext& context, const ObjectID& document) {
+Result<void> DocumentDownloads::download(const Run& run, ManagedObjectContext& context, const ObjectID& document) {
     const auto found = read(context, document);
-    if (!found) return 200;
+    if (!found) return {};
     const auto folder = m_core.documentFiles().documentFolder(found->uuid);
     if (m_services.defaults->boolean("useiCloud").value_or(false)) m_core.cloud().downloadPlaceholder(folder);
-    const auto file = getDocumentFile(*run.api, m_core.documentFiles(), found->uuid, found->id, found->title);
-    if (file) return 200;
-    m_log.error("Couldn't download %s: %{public}s", found->title, file.error().message);
-    return file.error().code;
+    const auto file = getDocumentFile(*run.api, m_core.documentFiles(), found->uuid, found->id, found->title, {},
+                                      run.cancellation.get());
+    if (file) return {};
+    if (!status::isEndedByCaller(file.error().code))
+        m_log.error("Couldn't download %s: %{public}s", found->title, file.error().message);
+    return file.error();
 }
 
 bool DocumentDownloads::isCurrent(const Run& run) const {

@@ -25,7 +25,7 @@ using DocumentsOfSavedView =
 
 /// Fetches the files of chosen documents in the background: all of them, or those of a saved view, as the settings
 /// "download_all" and "download_saved_view" say. One run at a time: a new one takes the place of the one under way,
-/// which then tells its observer nothing more. Dropping the object ends the run after the document in hand.
+/// which then tells its observer nothing more. Dropping the object ends the run at once.
 class DocumentDownloads {
 public:
     /// Without `documentsOfSavedView` nothing is downloaded for a saved view, and the log says so.
@@ -36,19 +36,30 @@ public:
 
     /// Starts a run over the store that is open now, with its `stage` and `additionalInformation` told to the observer
     /// on the run's thread. A document whose file fails is passed over; the run ends early when nobody answers several
-    /// times in a row, the token is refused, or another server or store becomes the active one.
+    /// times in a row, files can't be written several times in a row, the token is refused, or another server or store
+    /// becomes the active one. Nothing happens after stop().
     void downloadSelectedDocuments(std::shared_ptr<ApiHandler> api, SyncObserver observer);
     /// Ends the run under way after the document in hand.
     void cancel();
+    /// For good: ends the run and its request at once, and no other begins. From any thread.
+    void stop();
+    /// Ends the run at once and then removes every downloaded file, so that the document in hand doesn't come back.
+    /// `done` is called on the runs' thread.
+    void removeAllDownloads(std::function<void()> done);
     /// Waits until nothing is under way.
     void wait();
+    /// Why the last run ended early, when files could not be written; a sentence without anything private.
+    [[nodiscard]] std::optional<std::string> writeFailure() const;
 
 private:
     struct Run;
+    enum class InHand { Finish, Drop };
+    /// Nobody is `m_telling` meanwhile.
+    void endRun(InHand inHand);
     void run(const Run& run);
     bool downloadAll(const Run& run, const std::vector<ObjectID>& documents);
-    /// The status of the download; 200 also where there is nothing to do.
-    int download(const Run& run, ManagedObjectContext& context, const ObjectID& document);
+    /// What became of the download; success also where there is nothing to do.
+    Result<void> download(const Run& run, ManagedObjectContext& context, const ObjectID& document);
     std::vector<ObjectID> selectedDocuments(const Run& run) const;
     [[nodiscard]] bool isCurrent(const Run& run) const;
     // These tell the run's observer, unless another run has taken its place.
@@ -60,8 +71,11 @@ private:
     DocumentsOfSavedView m_documentsOfSavedView;
     Logger m_log;
     std::atomic<std::uint64_t> m_generation{0}; ///< of the run that counts
-    std::mutex m_telling;                       ///< held while an observer is told
+    mutable std::mutex m_telling;               ///< held while an observer is told; guards what follows
     std::function<void(loadingData)> m_shown;   ///< hears the stage of a run that is shown as under way
+    std::shared_ptr<const Run> m_current;       ///< the run that counts, if there is one
+    bool m_stopped = false;
+    std::optional<std::string> m_writeFailure;
     DispatchQueue m_queue{"downloadSelectedDocuments"};
 };
 

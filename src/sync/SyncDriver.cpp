@@ -14,23 +14,27 @@ SyncDriver::~SyncDriver() {
     stop();
 }
 
-SyncOutcome SyncDriver::runSync(const std::shared_ptr<ApiHandler>& api, const SyncObserver& observer) {
+SyncResult SyncDriver::runSync(const std::shared_ptr<ApiHandler>& api, const SyncObserver& observer,
+                               const SyncRequest& request) {
     SyncHooks hooks;
     // The files of the last pass give way; the end of this one starts them again.
     hooks.began = [this] {
         m_downloads.cancel();
     };
     hooks.ended = [this, &api, &observer] {
-        if (!m_stopped) m_downloads.downloadSelectedDocuments(api, observer);
+        m_downloads.downloadSelectedDocuments(api, observer);
     };
-    SyncPass pass(m_services, m_core, api, SyncCaller::Screen, observer, std::move(hooks),
-                  [this] { return m_stopped.load(); });
-    return pass.run();
+    SyncPass pass(m_services, m_core, api, SyncCaller::Screen, observer, std::move(hooks), m_stops.next());
+    return pass.run(request);
 }
 
 void SyncDriver::stop() {
-    m_stopped = true;
-    m_downloads.cancel();
+    m_stops.stopForGood();
+    m_downloads.stop();
+}
+
+void SyncDriver::cancelPass() {
+    m_stops.stopCurrent();
 }
 
 } // namespace ledgerfinch

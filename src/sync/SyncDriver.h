@@ -6,8 +6,9 @@
 #include "store/CoreDataHandler.h"
 #include "sync/DocumentDownloads.h"
 #include "sync/SyncObserver.h"
+#include "sync/SyncResult.h"
+#include "sync/SyncStop.h"
 
-#include <atomic>
 #include <memory>
 
 namespace ledgerfinch {
@@ -22,17 +23,21 @@ public:
 
     /// One pass, until the documents are in; blocks, not on the main thread, one caller at a time. The handler's server
     /// must be the active one. The files then follow on a thread of their own, telling the same observer.
-    SyncOutcome runSync(const std::shared_ptr<ApiHandler>& api, const SyncObserver& observer);
+    SyncResult runSync(const std::shared_ptr<ApiHandler>& api, const SyncObserver& observer,
+                       const SyncRequest& request = {});
 
-    /// From any thread, for good: the pass under way ends at its next step, no other begins.
+    /// From any thread, for good: the request under way ends at once and the pass at its next step, no other begins,
+    /// and no file is fetched any more.
     void stop();
+    /// From any thread: the same for the pass under way alone.
+    void cancelPass();
 
     [[nodiscard]] DocumentDownloads& downloads() { return m_downloads; }
 
 private:
     Services& m_services;
     CoreDataHandler& m_core;
-    std::atomic<bool> m_stopped{false};
+    SyncStops m_stops;
     DocumentDownloads m_downloads;
 };
 

@@ -7,12 +7,15 @@
 #include "platform/Services.h"
 #include "store/CoreDataHandler.h"
 #include "sync/SyncObserver.h"
+#include "sync/SyncResult.h"
+#include "sync/SyncStop.h"
 
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <variant>
 #include <vector>
 
 namespace ledgerfinch {
@@ -34,19 +37,23 @@ struct SyncHooks {
 /// Used once, on one thread that isn't the main thread.
 class SyncPass {
 public:
-    /// The handler must be the one of the active server. `stopRequested` is asked from the pass's thread.
+    /// The handler must be the one of the active server.
     SyncPass(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api, SyncCaller caller,
-             SyncObserver observer, SyncHooks hooks, std::function<bool()> stopRequested);
+             SyncObserver observer, SyncHooks hooks, std::shared_ptr<SyncStop> stop);
 
-    SyncOutcome run();
+    SyncResult run(const SyncRequest& request = {});
 
 private:
-    SyncOutcome runAwake();
-    SyncOutcome runLocked();
+    SyncResult runAwake(const SyncRequest& request);
+    /// The store's lock; or how the pass ends without it.
+    std::variant<FileLock, SyncResult> takeStore(WhenBusy whenBusy);
+    SyncOutcome runLocked(SyncExtent extent);
+    /// The outcome of a pass that doesn't reach its end.
+    [[nodiscard]] SyncOutcome cutShort() const;
     /// False when handler, setting and store don't belong together (any more).
     bool capture();
     [[nodiscard]] bool mustStop() const;
-    [[nodiscard]] FetchOptions options() const;
+    [[nodiscard]] FetchOptions options();
 
     /// False when the pass has to stop.
     bool fetchAttributes();
@@ -56,9 +63,14 @@ private:
     void forgetUndelivered();
     [[nodiscard]] bool gateIsOpen(std::string_view gate) const;
     /// The status of the documents: 200 only when they came whole and are saved.
-    int fetchDocuments();
-    int fetchDocumentsFromServer();
-    [[nodiscard]] std::string lastSync() const;
+    int fetchDocuments(SyncExtent extent);
+    int fetchDocumentsFromServer(SyncExtent extent);
+    void tell(const additionalLoadingInfo& info);
+    /// What kept a page from being read, as a sentence for the person.
+    void tellPageError(int status);
+    /// The day from which changes are asked for; empty for everything.
+    [[nodiscard]] std::string lastSync();
+    void forgetLastSync();
     bool savePending();
     void repair(int documentStatus);
     /// Date and version, into the settings and the server's entry.
@@ -73,7 +85,7 @@ private:
     SyncCaller m_caller;
     SyncObserver m_observer;
     SyncHooks m_hooks;
-    std::function<bool()> m_stopRequested;
+    std::shared_ptr<SyncStop> m_stop;
     Logger m_log;
 
     std::string m_server; ///< the setting, as it stood
@@ -82,8 +94,12 @@ private:
     std::string m_today; ///< the day the pass began
     bool m_refused = false;
     std::vector<std::string> m_redelivered; ///< lists that failed in an earlier pass and came in this one
-    bool m_listsFailed = false;             ///< one of the attribute lists did not come whole
+    int m_listStatus = 200;                 ///< of the first attribute list that did not come whole
+    int m_status = 200;                     ///< for the result
+    bool m_anythingCame = false;
     bool m_notesFailed = false;             ///< what failed could not be noted
+    std::size_t m_pages = 0;                ///< of documents, merged
+    std::optional<std::string> m_pageError; ///< of the page that ended the walk
 };
 
 } // namespace ledgerfinch

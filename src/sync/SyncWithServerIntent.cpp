@@ -30,13 +30,15 @@ SyncWithServerIntent::~SyncWithServerIntent() {
     stop();
 }
 
-Result<SyncOutcome> SyncWithServerIntent::perform(const std::optional<std::string>& server) {
+Result<SyncResult> SyncWithServerIntent::perform(const std::optional<std::string>& server) {
     // Asked before a handler is made, since making one ends offline mode.
-    if (m_services.defaults->boolean("offlineMode").value_or(false)) return SyncOutcome::Offline;
+    if (m_services.defaults->boolean("offlineMode").value_or(false)) return SyncResult{SyncOutcome::Offline};
     const std::string active = m_services.defaults->string("server").value_or("");
     if (server && !addresses::same(*server, active)) return Error{*server + " is not the active server", 0};
 
-    auto restored = ApiHandler::restore(m_services, m_core, active);
+    const auto stop = m_stops.next();
+    auto restored = ApiHandler::restore(m_services, m_core, active, ApiHandler::Activation::Now, &stop->cancellation());
+    if (std::holds_alternative<ApiHandler::Cancelled>(restored)) return SyncResult{SyncOutcome::Stopped};
     const auto* api = std::get_if<std::shared_ptr<ApiHandler>>(&restored);
     if (!api) {
         auto reason = reasonOf(restored);
@@ -48,16 +50,15 @@ Result<SyncOutcome> SyncWithServerIntent::perform(const std::optional<std::strin
         const auto& defaults = *m_services.defaults;
         const bool wanted = defaults.boolean("download_all").value_or(false) ||
                             defaults.integer("download_saved_view").value_or(0) != 0;
-        if (wanted && !m_stopped) m_downloads.downloadSelectedDocuments(*api, {});
+        if (wanted) m_downloads.downloadSelectedDocuments(*api, {});
     };
-    SyncPass pass(m_services, m_core, *api, SyncCaller::Intent, {}, std::move(hooks),
-                  [this] { return m_stopped.load(); });
-    return pass.run();
+    SyncPass pass(m_services, m_core, *api, SyncCaller::Intent, {}, std::move(hooks), stop);
+    return pass.run({SyncExtent::WhatChanged, WhenBusy::Wait});
 }
 
 void SyncWithServerIntent::stop() {
-    m_stopped = true;
-    m_downloads.cancel();
+    m_stops.stopForGood();
+    m_downloads.stop();
 }
 
 } // namespace ledgerfinch

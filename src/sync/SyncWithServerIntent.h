@@ -5,9 +5,9 @@
 #include "platform/Services.h"
 #include "store/CoreDataHandler.h"
 #include "sync/DocumentDownloads.h"
-#include "sync/SyncObserver.h"
+#include "sync/SyncResult.h"
+#include "sync/SyncStop.h"
 
-#include <atomic>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -25,19 +25,20 @@ public:
 
     /// Syncs the active server; blocks, not on the main thread. `server` is the address of the instance that is meant:
     /// one that isn't the active one is refused, since its documents have no place in the open store. Fails as well
-    /// when no token is at hand. The files that the settings ask for follow in the background.
-    Result<SyncOutcome> perform(const std::optional<std::string>& server = std::nullopt);
+    /// when no token is at hand. While another process syncs the same store, it waits for that. The files that the
+    /// settings ask for follow in the background.
+    Result<SyncResult> perform(const std::optional<std::string>& server = std::nullopt);
 
     /// Waits until the files are there.
     void waitForDownloads() { m_downloads.wait(); }
-    /// From any thread, for good.
+    /// From any thread, for good: ends the request under way too.
     void stop();
 
 private:
     Services& m_services;
     CoreDataHandler& m_core;
     Logger m_log;
-    std::atomic<bool> m_stopped{false};
+    SyncStops m_stops;
     DocumentDownloads m_downloads;
 };
 

@@ -22,6 +22,11 @@ QVariantMap row(const QString& header, const QString& title, qint64 savedView, b
 
 DownloadSettingsView::DownloadSettingsView(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api,
                                            DocumentDownloads& downloads, QObject* parent)
+    : DownloadSettingsView(services, core, HandlerOfTheMoment([api = std::move(api)] { return api; }), downloads,
+                           parent) {}
+
+DownloadSettingsView::DownloadSettingsView(Services& services, CoreDataHandler& core, HandlerOfTheMoment api,
+                                           DocumentDownloads& downloads, QObject* parent)
     : QObject(parent), m_services(services), m_core(core), m_api(std::move(api)), m_downloads(downloads),
       m_log(services.logger("DownloadSettingsView")), m_link(std::make_shared<ScreenLink>(*this)) {}
 
@@ -63,7 +68,8 @@ void DownloadSettingsView::readRows() {
 }
 
 void DownloadSettingsView::startDownloads() {
-    if (m_services.defaults->boolean("offlineMode").value_or(false) || m_api->isInert()) return;
+    const auto api = m_api();
+    if (m_services.defaults->boolean("offlineMode").value_or(false) || !api || api->isInert()) return;
     SyncObserver observer;
     observer.additionalInformation = [link = m_link, this](const additionalLoadingInfo& information) {
         const auto* success = std::get_if<additionalLoadingInfo::Success>(&information.value);
@@ -81,7 +87,7 @@ void DownloadSettingsView::startDownloads() {
             emit downloadsFinished();
         });
     };
-    m_downloads.downloadSelectedDocuments(m_api, std::move(observer));
+    m_downloads.downloadSelectedDocuments(api, std::move(observer));
 }
 
 void DownloadSettingsView::countFiles() {
@@ -97,9 +103,7 @@ void DownloadSettingsView::countFiles() {
 }
 
 void DownloadSettingsView::removeAllDownloads() {
-    m_downloads.cancel(); // or it would go on filling what is being emptied
-    m_files.async([this] { m_core.documentFiles().removeAllDownloads(); });
-    countFiles();
+    m_downloads.removeAllDownloads([link = m_link, this] { link->post([this] { countFiles(); }); });
 }
 
 bool DownloadSettingsView::downloadOriginalFiles() const {

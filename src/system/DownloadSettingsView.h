@@ -13,6 +13,7 @@
 #include <QVariantList>
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 
 namespace ledgerfinch {
@@ -34,10 +35,16 @@ class DownloadSettingsView : public QObject {
     Q_PROPERTY(QString progressText READ progressText NOTIFY progressChanged)
 
 public:
-    /// `downloads` is the one that syncs use, so that a new choice takes the place of a run under way.
+    /// Gives the active server's handler of the moment; on the main thread.
+    using HandlerOfTheMoment = std::function<std::shared_ptr<ApiHandler>()>;
+
+    /// `downloads` is the one that syncs use, so that a new choice takes the place of a run under way. The server may
+    /// change while the screen is open: the handler is asked for whenever one is needed.
+    DownloadSettingsView(Services& services, CoreDataHandler& core, HandlerOfTheMoment api,
+                         DocumentDownloads& downloads, QObject* parent = nullptr);
+    /// For a server that doesn't change; nothing is downloaded when it does.
     DownloadSettingsView(Services& services, CoreDataHandler& core, std::shared_ptr<ApiHandler> api,
                          DocumentDownloads& downloads, QObject* parent = nullptr);
-    /// Waits until files under removal are gone.
     ~DownloadSettingsView() override;
 
     /// Reads the saved views and counts the files anew.
@@ -73,7 +80,7 @@ private:
 
     Services& m_services;
     CoreDataHandler& m_core;
-    std::shared_ptr<ApiHandler> m_api;
+    HandlerOfTheMoment m_api;
     DocumentDownloads& m_downloads;
     Logger m_log;
     std::shared_ptr<ScreenLink> m_link;
@@ -82,7 +89,7 @@ private:
     QString m_documentsDownloaded;
     QString m_totalSize;
     QString m_progressText;
-    DispatchQueue m_files{"downloadedFiles"}; ///< counts and removes
+    DispatchQueue m_files{"downloadedFiles"}; ///< counts
 };
 
 } // namespace ledgerfinch

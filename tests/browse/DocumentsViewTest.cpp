@@ -2,8 +2,10 @@
 #include "browse/DocumentsView.h"
 
 #include "connection/Instances.h"
+#include "connection/screens/ManageInstancesView.h"
 #include "sync/ChildProcess.h"
 #include "sync/OffMain.h"
+#include "sync/SyncLock.h"
 #include "sync/SyncWorld.h"
 
 #include <gmock/gmock.h>
@@ -142,6 +144,18 @@ TEST_F(DocumentsViewTest, WhatAnotherProcessSyncsAppears) {
     EXPECT_EQ(outcomes.size(), 1U) << "a reload, not a sync";
 }
 
+TEST_F(DocumentsViewTest, ARefreshDuringAnotherProcessesSyncFollowsIt) {
+    auto held = SyncLock::tryLock(device.services().paths, device.core().persistenceContainer()->file());
+    ASSERT_TRUE(held);
+    view->setRefreshNow(true);
+    ASSERT_TRUE(waitUntil([&] { return device.log().contains("Another sync of this store is running"); }));
+    EXPECT_TRUE(view->refreshNow());
+    EXPECT_THAT(world.requested(), IsEmpty());
+    held = Error{"let go"};
+    ASSERT_TRUE(synced(1, 120));
+    EXPECT_THAT(outcomes, ElementsAre(SyncOutcome::Finished));
+}
+
 /// With a second connected server.
 class DocumentsViewSwitching : public DocumentsViewTest {
 protected:
@@ -206,6 +220,35 @@ TEST_F(DocumentsViewSwitching, DuringASyncEndsThatSyncAndMixesNothing) {
     ASSERT_TRUE(synced(3, 7));
     EXPECT_THAT(outcomes, ElementsAre(SyncOutcome::Finished, SyncOutcome::Stopped, SyncOutcome::Finished));
     EXPECT_EQ(mirrorDifferencesOf(other), "");
+}
+
+TEST_F(DocumentsViewSwitching, TheNewServersSyncDoesNotWaitForAnAnswerOfTheOldOne) {
+    world.server().faults().onPath("documents/", Fault::stall());
+    view->setRefreshNow(true);
+    ASSERT_TRUE(waitUntil([&] { return world.server().faults().stalled() == 1; }));
+    view->switchToInstance(QString::fromStdString(other.url()));
+    ASSERT_TRUE(synced(3, 7)) << "and nobody releases the answer";
+    EXPECT_THAT(outcomes, ElementsAre(SyncOutcome::Finished, SyncOutcome::Stopped, SyncOutcome::Finished));
+}
+
+TEST_F(DocumentsViewSwitching, DisconnectingTheServerThatWasLeftTakesItsStoreAlong) {
+    const auto fileOf = [&](const std::string& server) {
+        const auto store = ConnectedInstances::load(device.settings()).find(server)->second.store;
+        return device.services().paths.container / (store + ".sqlite");
+    };
+    const auto left = fileOf(other.url());
+    view->switchToInstance(QString::fromStdString(other.url()));
+    ASSERT_TRUE(synced(2, 7));
+    view->switchToInstance(QString::fromStdString(world.address().url));
+    ASSERT_TRUE(synced(3, 120));
+    ASSERT_TRUE(std::filesystem::exists(left));
+    ManageInstancesView manage(device.services(), device.core());
+    manage.askToDisconnect(QString::fromStdString(other.url()));
+    manage.disconnectInstance();
+    ASSERT_TRUE(waitUntil([&] { return !manage.isRemoving(); }));
+    EXPECT_FALSE(std::filesystem::exists(left));
+    EXPECT_TRUE(std::filesystem::exists(fileOf(world.address().url)));
+    EXPECT_EQ(view->count(), 120);
 }
 
 TEST_F(DocumentsViewSwitching, WithoutATokenOrAnEntryNothingHappens) {

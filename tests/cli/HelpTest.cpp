@@ -37,12 +37,26 @@ TEST_F(HelpTest, MistakesGetASentenceASuggestionAndNothingElse) {
         {{"list", "--columns", "id,titel"}, "Unknown column titel. Did you mean title?"},
         {{"login", "http://h", "--password=x"}, "A password is never taken from the command line"},
         {{"help", "nothing"}, "Unknown command nothing."},
+        {{"help", ""}, "Unknown command \"\"."},
+        {{""}, "Unknown command \"\"."},
+        {{"\xff"}, "Unknown command \xef\xbf\xbd."},
+        {{"list", "--columns", ""}, "Unknown column \"\". There are: id"},
+        {{"list", "--sort", "-"}, "Unknown sort key \"\"."},
+        {{"list", "--limit", ""}, "--limit needs a whole number"},
+        {{"list", "--limit", "99999999999999999999"}, "--limit needs a whole number"},
+        {{"list", "--json=yes"}, "--json takes no value."},
+        {{"show", "1", "--json", "--content"}, "--json holds the text already"},
+        {{"settings", "set", "download_all", "true", "--json"}, "settings set takes no --json."},
+        {{std::string(100'000, 'x')}, "Unknown command xxx"},
+        {{"list", "--" + std::string(100'000, 'x')}, "Unknown option --xxx"},
+        {{"list", "--columns", std::string(100'000, 'x')}, "Unknown column xxx"},
     };
     for (const auto& [words, begins] : cases) {
         const auto ran = run(words);
         EXPECT_EQ(ran.code, ExitCode::Usage) << begins;
         EXPECT_TRUE(ran.err.starts_with(begins)) << ran.err;
         EXPECT_EQ(ran.out, "");
+        EXPECT_LT(ran.err.size(), 400u) << begins;
     }
     EXPECT_EQ(programsMade, 0);
 }

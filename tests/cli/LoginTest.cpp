@@ -3,6 +3,9 @@
 
 #include <algorithm>
 #include <fstream>
+#include <thread>
+
+#include <sys/stat.h>
 
 namespace ledgerfinch::cli {
 namespace {
@@ -45,14 +48,16 @@ TEST_F(LoginTest, TakesATokenFromStandardInputOrTheTerminal) {
     EXPECT_EQ(secrets->read(server.url(), "ledgerfinch.app").data, server.token("alice"));
 }
 
-TEST_F(LoginTest, FailsWithTheTextOfTheScreenAndACodeForScripts) {
+TEST_F(LoginTest, FailsWithASentenceAndACodeForScripts) {
     const auto refused = run({"login", server.url(), "--user", "admin", "--password-stdin"}, "wrong\n");
     EXPECT_EQ(refused.code, ExitCode::Refused);
-    EXPECT_EQ(refused.err, "Server responded: 400\n");
+    const auto host = server.url().substr(std::string("http://").size());
+    const auto wrong = host + ": Invalid credentials. Check the user name and the password, or the token.\n";
+    EXPECT_EQ(refused.err, wrong);
 
     const auto token = run({"login", server.url(), "--token-stdin"}, "0123456789abcdef\n");
     EXPECT_EQ(token.code, ExitCode::Refused);
-    EXPECT_EQ(token.err, "Invalid credentials\n");
+    EXPECT_EQ(token.err, wrong);
 
     for (const auto* address : {"http://", "http://exa mple", "ftp://host", "https://\n"}) {
         const auto bad = run({"login", address, "--user", "admin", "--password-stdin"}, "x\n");
@@ -68,6 +73,14 @@ TEST_F(LoginTest, FailsWithTheTextOfTheScreenAndACodeForScripts) {
     EXPECT_EQ(secrets->read(server.url(), "ledgerfinch.app").state, SecretState::Missing);
     EXPECT_EQ(run({"list"}).code, ExitCode::Refused);
     EXPECT_EQ(run({"sync"}).code, ExitCode::Refused);
+}
+
+TEST_F(LoginTest, SaysWhenTheServerDidNotConfirmAToken) {
+    server.faults().onPath("/api/", Fault::answer(503));
+    const auto ran = run({"login", server.url(), "--token-stdin"}, server.token() + "\n");
+    EXPECT_EQ(ran.code, ExitCode::Ok);
+    EXPECT_NE(ran.err.find(": The server didn't confirm the token. "), std::string::npos) << ran.err;
+    EXPECT_NE(ran.err.find("(503)"), std::string::npos) << ran.err;
 }
 
 TEST_F(LoginTest, SaysSoAloudWhenItChoosesTheProtocol) {
@@ -88,6 +101,13 @@ TEST_F(LoginTest, NeedsAWayToGetTheSecret) {
         EXPECT_EQ(run(line).code, ExitCode::Usage);
     EXPECT_EQ(run({"login", server.url(), "--user", "ada", "--password-stdin"}, "\n").code, ExitCode::BadData);
     EXPECT_EQ(run({"login", server.url(), "--token-stdin"}, std::string(10'000, 'x')).code, ExitCode::BadData);
+    // What would reach the server as something else than what was given.
+    EXPECT_EQ(run({"login", "", "--token-stdin"}, "x\n").code, ExitCode::BadData);
+    EXPECT_EQ(run({"login", server.url() + "/\xff", "--token-stdin"}, "x\n").code, ExitCode::BadData);
+    EXPECT_EQ(run({"login", server.url(), "--user", "\xff", "--password-stdin"}, "x\n").code, ExitCode::BadData);
+    const auto latin = run({"login", server.url(), "--user", "ada", "--password-stdin"}, "gr\xfcn\n");
+    EXPECT_EQ(latin.code, ExitCode::BadData);
+    EXPECT_EQ(latin.err, "The password isn't text in UTF-8.\n");
     EXPECT_EQ(server.requestCount(), 0u);
 }
 
@@ -105,6 +125,18 @@ TEST_F(LoginTest, SendsTheHeadersOfTheFileFromTheFirstRequestOn) {
         EXPECT_EQ(logged.request.header("x-proxy-key"), "hunter2") << logged.request.target;
     EXPECT_EQ(run({"login", server.url(), "--token-stdin", "--header-file", (folder() / "none").string()}, "x").code,
               ExitCode::NotFound);
+    EXPECT_EQ(run({"login", server.url(), "--token-stdin", "--header-file", folder().string()}, "x").code,
+              ExitCode::NotFound);
+    // A shell's "<(pass show proxy)" is a pipe.
+    const auto pipe = folder() / "pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    std::thread writer([&] { std::ofstream(pipe) << "X-Proxy-Key: from the pipe\n"; });
+    server.clearRequests();
+    const auto piped = run(
+        {"login", server.url(), "--user", "admin", "--password-stdin", "--header-file", pipe.string()}, "admin-pass\n");
+    writer.join();
+    EXPECT_EQ(piped.code, ExitCode::Ok) << piped.err;
+    EXPECT_EQ(server.requests()[0].request.header("x-proxy-key"), "from the pipe");
 }
 
 TEST_F(LoginTest, ThatFailsElsewhereLeavesTheActiveServerActive) {

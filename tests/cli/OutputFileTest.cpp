@@ -3,9 +3,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+
+#include <fcntl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace ledgerfinch::cli {
 namespace {
@@ -71,6 +79,30 @@ TEST_F(OutputFileTest, DoesNotFollowALinkThatLeadsElsewhere) {
     EXPECT_FALSE(writeOutputFile(folder / "dangling", "x", Overwrite::No));
     EXPECT_TRUE(writeOutputFile(folder / "link", "x", Overwrite::Yes));
     EXPECT_EQ(read(elsewhere), "precious");
+}
+
+TEST_F(OutputFileTest, LeavesWhatIsNoFileInItsPlace) {
+    const auto fifo = folder / "pipe";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    const int reader = ::open(fifo.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    for (const auto overwrite : {Overwrite::No, Overwrite::Yes}) {
+        ASSERT_TRUE(writeOutputFile(fifo, "bytes", overwrite));
+        std::array<char, 16> buffer{};
+        EXPECT_EQ(::read(reader, buffer.data(), buffer.size()), 5);
+        EXPECT_TRUE(std::filesystem::is_fifo(fifo));
+    }
+    ::close(reader);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const auto socketName = (folder / "socket").string();
+    ASSERT_LT(socketName.size(), sizeof address.sun_path);
+    std::copy(socketName.begin(), socketName.end(), address.sun_path);
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    EXPECT_FALSE(writeOutputFile(socketName, "x", Overwrite::Yes));
+    EXPECT_TRUE(std::filesystem::is_socket(socketName));
+    ::close(socket);
+    EXPECT_FALSE(writeOutputFile(folder, "x", Overwrite::Yes));
 }
 
 TEST_F(OutputFileTest, SaysWhenTheFolderIsMissing) {

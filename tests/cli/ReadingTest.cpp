@@ -155,7 +155,8 @@ TEST_F(ReadingTest, DownloadKeepsTheFileAndNeedsTheServerOnce) {
     secrets->setLocked(false);
     const auto down = run({"download", std::to_string(rich), "-o", target.string()});
     EXPECT_EQ(down.code, ExitCode::Unreachable);
-    EXPECT_EQ(down.err, "Could not load document from server. Are you connected to the internet?\n");
+    EXPECT_EQ(down.err, "No answer from " + server.url().substr(7) +
+                            ": Connection refused. Is the address right, and is the server running?\n");
     EXPECT_FALSE(std::filesystem::exists(target));
 
     server.start(server.port());

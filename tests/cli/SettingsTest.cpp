@@ -34,6 +34,8 @@ TEST_F(SettingsTest, RefuseWhatTheyCannotHold) {
         {{"settings", "get"}, ExitCode::Usage},
         {{"settings", "list", "x"}, ExitCode::Usage},
         {{"settings", "drop"}, ExitCode::Usage},
+        {{"settings", "get", ""}, ExitCode::NotFound},
+        {{"settings", "set", "defaultOrderByKey", "\xff"}, ExitCode::BadData},
     };
     for (const auto& [words, code] : cases) {
         const auto ran = run(words);

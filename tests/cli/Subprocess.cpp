@@ -59,11 +59,15 @@ std::string readAll(const std::string& file) {
 
 } // namespace
 
-Subprocess::Subprocess(std::vector<std::string> words, const std::vector<std::string>& environment, Streams streams) {
+Subprocess::Subprocess(std::vector<std::string> words, const std::vector<std::string>& environment, Streams streams,
+                       const std::function<void()>& prepare) {
     if (streams == Streams::Terminal) {
         winsize size{24, 80, 0, 0};
         m_pid = ::forkpty(&m_output, nullptr, nullptr, &size);
-        if (m_pid == 0) become(words, environment);
+        if (m_pid == 0) {
+            if (prepare) prepare();
+            become(words, environment);
+        }
         m_input = ::dup(m_output);
         return;
     }
@@ -76,6 +80,7 @@ Subprocess::Subprocess(std::vector<std::string> words, const std::vector<std::st
         ::dup2(output.ends[1], STDOUT_FILENO);
         ::dup2(error.ends[1], STDERR_FILENO);
         ::setsid(); // no terminal to ask on
+        if (prepare) prepare();
         become(words, environment);
     }
     ::close(input.ends[0]);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,9 +14,9 @@ class Subprocess {
 public:
     enum class Streams { Pipes, Terminal };
     /// `environment` entries ("NAME=value") come on top of a small environment without session bus and terminal
-    /// settings.
+    /// settings. `prepare` runs in the new process before it becomes the program: to close streams, to lower rights.
     Subprocess(std::vector<std::string> words, const std::vector<std::string>& environment = {},
-               Streams streams = Streams::Pipes);
+               Streams streams = Streams::Pipes, const std::function<void()>& prepare = {});
     ~Subprocess();
     Subprocess(const Subprocess&) = delete;
     Subprocess& operator=(const Subprocess&) = delete;

@@ -67,7 +67,8 @@ TEST_F(SyncTest, TellsScriptsHowItEnded) {
     server.faults().onPath("/api/", Fault::answer(401));
     const auto refused = run({"sync"});
     EXPECT_EQ(refused.code, ExitCode::Refused);
-    EXPECT_EQ(refused.err, "The server didn't accept the stored token. Please log in again.\n");
+    const auto host = server.url().substr(std::string("http://").size());
+    EXPECT_EQ(refused.err, host + ": The server didn't accept the stored token. Please log in again.\n");
     server.faults().clear();
     EXPECT_EQ(documentsHere(), 250u);
 
@@ -75,7 +76,9 @@ TEST_F(SyncTest, TellsScriptsHowItEnded) {
     server.stop();
     const auto down = run({"sync"});
     EXPECT_EQ(down.code, ExitCode::Unreachable);
-    EXPECT_EQ(down.err, "No answer from " + server.url() + ". The local documents stay as they are.\n");
+    EXPECT_EQ(down.err, "No answer from " + host +
+                            ": Connection refused. Is the address right, and is the server running? The local "
+                            "documents stay as they are.\n");
     EXPECT_EQ(documentsHere(), 250u);
 }
 

@@ -113,18 +113,18 @@ TEST_F(Fetch, RemovesRecordsOnlyWhenTheWholeListCame) {
         Fault second;
         int status;
     };
-    for (const auto& each :
-         std::vector<Case>{{"a refusal", Fault::answer(500), 500},
-                           {"a page that is no page", Fault::htmlPage(), 200},
-                           {"a page without results", Fault::answer(200, "{}"), 200},
-                           {"half a page", Fault::answer(200, R"({"next":null,"results":[{"id":2,)"), 200},
-                           {"a wrong record", Fault::answer(200, R"({"results":[{"id":"two"}]})"), 200},
-                           {"a cut connection", Fault::cutBody(4), status::kNoAnswer},
-                           {"a next page elsewhere",
-                            Fault::answer(200, R"({"next":"http://127.0.0.1:9/api/tags/?page=3","results":[]})"),
-                            status::kBadNextPage},
-                           {"the same page again", Fault::answer(200, R"({"next":")" + next + R"(","results":[]})"),
-                            status::kBadNextPage}}) {
+    for (const auto& each : std::vector<Case>{
+             {"a refusal", Fault::answer(500), 500},
+             {"a page that is no page", Fault::htmlPage(), status::kWebPage},
+             {"a page without results", Fault::answer(200, "{}"), 200},
+             {"half a page", Fault::answer(200, R"({"next":null,"results":[{"id":2,)"), status::kUnreadable},
+             {"a wrong record", Fault::answer(200, R"({"results":[{"id":"two"}]})"), 200},
+             {"a cut connection", Fault::cutBody(4), status::kNoAnswer},
+             {"a next page elsewhere",
+              Fault::answer(200, R"({"next":"http://127.0.0.1:9/api/tags/?page=3","results":[]})"),
+              status::kBadNextPage},
+             {"the same page again", Fault::answer(200, R"({"next":")" + next + R"(","results":[]})"),
+              status::kBadNextPage}}) {
         server.faults().clear();
         server.faults().onPath("GET /api/tags/\\?full", firstPage);
         server.faults().onPath("page=2", each.second);
@@ -191,7 +191,7 @@ TEST_F(DocumentFetch, NothingIsRemovedAfterAPassThatDidNotGoThrough) {
              {"a refusal", Fault::answer(500), 500},
              {"a refused token", Fault::answer(401), 401},
              {"truncated JSON", Fault::truncatedJson(), status::kUnreadable},
-             {"a portal's page", Fault::htmlPage(), status::kUnreadable},
+             {"a portal's page", Fault::htmlPage(), status::kWebPage},
              {"a cut connection", Fault::cutBody(1000), status::kNoAnswer},
              {"a next page elsewhere", Fault::nextIs("http://localhost:9/api/documents/"), status::kBadNextPage},
              {"itself as next page", Fault::nextIsSelf(), status::kBadNextPage}}) {
@@ -289,7 +289,7 @@ TEST_F(DocumentFetch, ARedirectToAnotherHostNeverGetsTheToken) {
     other.generate(3);
     other.start();
     server.faults().onPath("GET /api/documents/", Fault::redirect(other.url() + "/api/documents/"));
-    EXPECT_EQ(fetchAllDocuments(*handler, options()), 302);
+    EXPECT_EQ(fetchAllDocuments(*handler, options()), status::kRedirected);
     server.faults().clear();
     server.faults().onPath("GET /api/documents/", Fault::nextIs(other.url() + "/api/documents/?page=2"));
     EXPECT_EQ(fetchAllDocuments(*handler, options()), status::kBadNextPage);

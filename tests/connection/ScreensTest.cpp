@@ -8,7 +8,9 @@
 #include "connection/screens/LoginView.h"
 #include "connection/screens/ManageInstancesView.h"
 
+#include <filesystem>
 #include <future>
+#include <thread>
 
 namespace ledgerfinch::test {
 namespace {
@@ -177,7 +179,108 @@ TEST_F(LoginScreen, TheWindowLivesOnAndTheLoginCanBeCancelled) {
     mainQueue::sync([&] { dying->login(); });
 }
 
+TEST_F(LoginScreen, WhatACancelledLoginHasKeptIsTakenBack) {
+    // The token is kept by the time that the user is asked for.
+    server.faults().onPath("GET /api/ui_settings/", Fault::stall());
+    auto view = form<LoginView>();
+    mainQueue::sync([&] { view->login(); });
+    ASSERT_TRUE(server.waitForRequests(1, "POST /api/token/"));
+    while (secrets->read(server.url(), kAccount).state != SecretState::Found)
+        std::this_thread::yield();
+    mainQueue::sync([&] { view->cancel(); });
+    view.reset(); // waits for what is under way
+    EXPECT_EQ(secrets->read(server.url(), kAccount).state, SecretState::Missing);
+    EXPECT_EQ(ConnectedInstances::load(*services.defaults).find(server.url()), nullptr);
+
+    // So it is when the answer is in, but the person is quicker than the screen.
+    server.faults().clear();
+    view = form<LoginView>();
+    mainQueue::sync([&] {
+        view->login();
+        // Meanwhile the worker ends; what it wants of the main thread has to wait.
+        while (!services.defaults->integer(server.url() + "currentUserId"))
+            std::this_thread::yield();
+        view->cancel();
+    });
+    view.reset();
+    EXPECT_EQ(secrets->read(server.url(), kAccount).state, SecretState::Missing);
+    EXPECT_EQ(ConnectedInstances::load(*services.defaults).find(server.url()), nullptr);
+    EXPECT_TRUE(core->isOfflineStore());
+}
+
+TEST_F(LoginScreen, TroubleOnThisDeviceIsNotToldAsTheServers) {
+    const auto lock = services.paths.config / "settings.ini.lock";
+    auto view = form<LoginView>();
+    std::filesystem::remove(lock);
+    std::filesystem::create_directory(lock);
+    submit(view);
+    EXPECT_EQ(errorOf(view).find("The settings could not be written: "), 0U) << errorOf(view);
+    EXPECT_EQ(view->failure()->kind, ApiError::Case::settingsUnwritable);
+    EXPECT_EQ(server.requestCount(), 0U) << "no password is sent for nothing";
+    // The room runs out when all but the last step is done.
+    std::filesystem::remove(lock);
+    mainQueue::sync([&] {
+        QObject::connect(view.get(), &LoginView::apiHandlerChanged,
+                         [&] { std::filesystem::remove(lock), std::filesystem::create_directory(lock); });
+    });
+    submit(view);
+    EXPECT_EQ(view->failure()->kind, ApiError::Case::settingsUnwritable);
+    EXPECT_FALSE(view->loggedIn());
+    EXPECT_TRUE(core->isOfflineStore());
+    EXPECT_FALSE(services.defaults->string("server"));
+    view.reset();
+    EXPECT_EQ(secrets->read(server.url(), kAccount).state, SecretState::Missing);
+    std::filesystem::remove(lock);
+
+    secrets->setLocked(true);
+    view = form<LoginView>();
+    submit(view);
+    EXPECT_EQ(view->failure()->kind, ApiError::Case::secretsUnavailable);
+    secrets->setLocked(false);
+    submit(view);
+    EXPECT_EQ(errorOf(view), "Success");
+    EXPECT_FALSE(view->failure());
+}
+
+TEST_F(LoginScreen, ACheckThatNobodyAnsweredIsNoReasonToAskOn) {
+    server.faults().onPath("GET /api/documents/", Fault::dropConnection());
+    const auto view = form<LoginView>();
+    mainQueue::sync([&] {
+        view->setLoginWithToken(true);
+        view->setToken(QString::fromStdString(server.token("bob")));
+    });
+    submit(view);
+    EXPECT_EQ(errorOf(view), "Success");
+    EXPECT_EQ(server.requestCount("GET /api/ui_settings/"), 0U);
+    EXPECT_NE(view->reason(), QString()) << "the person should know";
+    server.faults().clear();
+    submit(view);
+    EXPECT_EQ(view->reason(), QString());
+}
+
 using AddInstanceScreen = Screens;
+
+TEST_F(AddInstanceScreen, AnInstanceIsAddedWithAllOfItOrNotAtAll) {
+    const auto view = form<AddInstanceView>();
+    const auto lock = services.paths.config / "settings.ini.lock";
+    std::filesystem::remove(lock);
+    std::filesystem::create_directory(lock);
+    submit(view);
+    EXPECT_EQ(view->failure()->kind, ApiError::Case::settingsUnwritable);
+    EXPECT_FALSE(view->showSuccess());
+    std::filesystem::remove(lock);
+    secrets->setLocked(true);
+    submit(view);
+    EXPECT_EQ(view->failure()->kind, ApiError::Case::secretsUnavailable);
+    secrets->setLocked(false);
+    EXPECT_EQ(ConnectedInstances::load(*services.defaults).find(server.url()), nullptr);
+    EXPECT_EQ(secrets->read(server.url(), kAccount).state, SecretState::Missing);
+
+    server.faults().onPath("POST ", Fault::redirect("https://elsewhere.example/login"));
+    submit(view);
+    EXPECT_EQ(errorOf(view), "Unexpected response: 302\n");
+    EXPECT_NE(view->reason().toStdString().find("https://elsewhere.example."), std::string::npos);
+}
 
 TEST_F(AddInstanceScreen, ConnectsWithoutTouchingTheActiveServer) {
     (void)services.defaults->set("server", "https://active");
@@ -339,6 +442,107 @@ TEST_F(InstanceScreens, SwitchingGoesStepByStepAndOnlyWithAToken) {
     const auto there = other.url() + " 2.7.2 " + storeOf(other.url()) + " ";
     EXPECT_EQ(steps, (std::vector<std::string>{"clear " + before, "handler " + other.url() + " " + there,
                                                "out " + there + "2026-11-01", "sync"}));
+}
+
+TEST_F(InstanceScreens, AServerWhoseTokenCannotBeRemovedStays) {
+    const auto view = make<ManageInstancesView>();
+    const auto disconnect = [&] {
+        mainQueue::sync([&] { view->askToDisconnect(QString::fromStdString(other.url())); });
+        runUntilIdle(
+            view, [](ManageInstancesView& each) { each.disconnectInstance(); }, &ManageInstancesView::changed,
+            [](ManageInstancesView& each) { return each.isRemoving(); });
+    };
+    secrets->setLocked(true);
+    disconnect();
+    EXPECT_EQ(view->error().toStdString().find("The token could not be removed: "), 0U);
+    EXPECT_NE(ConnectedInstances::load(*services.defaults).find(other.url()), nullptr);
+    secrets->setLocked(false);
+    disconnect();
+    EXPECT_EQ(view->error(), QString());
+    EXPECT_EQ(ConnectedInstances::load(*services.defaults).find(other.url()), nullptr);
+}
+
+class Following : public InstanceScreens {
+protected:
+    /// Follows "server" and tells what the screens were told, in order.
+    std::vector<std::string> follow() {
+        std::vector<std::string> told;
+        std::promise<void> finished;
+        InstanceSwitchSteps steps;
+        steps.clearList = [&] {
+            told.emplace_back("clear");
+        };
+        steps.useHandler = [&](const std::shared_ptr<ApiHandler>& handler) {
+            told.push_back(handler->isInert() ? "no handler" : "handler " + handler->Server());
+        };
+        steps.setLoggedIn = [&](bool in) {
+            told.emplace_back(in ? "in" : "out");
+        };
+        steps.refreshAndSync = [&] {
+            told.emplace_back("sync");
+        };
+        steps.refresh = [&] {
+            told.emplace_back("refresh");
+        };
+        steps.tell = [&](const std::string& reason) {
+            told.push_back(reason);
+        };
+        steps.finished = [&](bool made) {
+            if (!made) told.emplace_back("nothing");
+            finished.set_value();
+        };
+        followActiveServer(services, *core, m_queue, steps);
+        finished.get_future().get();
+        return told;
+    }
+
+private:
+    DispatchQueue m_queue{"follow"};
+};
+
+TEST_F(Following, AChangedServerIsFollowedToTheEndWithOrWithoutItsToken) {
+    (void)services.defaults->set("server", other.url());
+    EXPECT_EQ(follow(), (std::vector<std::string>{"clear", "handler " + other.url(), "sync"}));
+    EXPECT_EQ(core->storeName(), storeOf(other.url()));
+
+    const auto loggedOut = [](const std::string& reason) {
+        return std::vector<std::string>{"clear", "no handler", "refresh", reason, "out"};
+    };
+    KeychainHandler(services).removeToken(server.url());
+    (void)services.defaults->set("server", server.url());
+    EXPECT_EQ(follow(), loggedOut("No token found"));
+    EXPECT_EQ(core->storeName(), storeOf(server.url())) << "no store of the one server with settings of the other";
+
+    ASSERT_TRUE(KeychainHandler(services).saveToken("refused", other.url()).ok());
+    (void)services.defaults->set("server", other.url());
+    EXPECT_EQ(follow(), loggedOut("The server didn't accept the stored token. Please log in again."));
+    EXPECT_EQ(core->storeName(), storeOf(other.url()));
+
+    (void)services.defaults->set("server", "https://without.an.entry");
+    EXPECT_EQ(follow(), std::vector<std::string>{"nothing"});
+    EXPECT_EQ(core->storeName(), storeOf(other.url()));
+}
+
+TEST_F(Following, ASwitchThatCannotBeWrittenDownIsNotMade) {
+    const auto lock = services.paths.config / "settings.ini.lock";
+    std::filesystem::remove(lock);
+    std::filesystem::create_directory(lock);
+    std::string reason;
+    std::promise<bool> finished;
+    DispatchQueue queue("updateData");
+    InstanceSwitchSteps steps;
+    steps.tell = [&](const std::string& text) {
+        reason = text;
+    };
+    steps.finished = [&](bool made) {
+        finished.set_value(made);
+    };
+    switchInstance(services, *core, queue, other.url(), steps);
+    EXPECT_FALSE(finished.get_future().get());
+    EXPECT_EQ(reason.find("The settings could not be written: "), 0U);
+    EXPECT_EQ(services.defaults->string("server"), server.url());
+    EXPECT_EQ(core->storeName(), storeOf(server.url()));
+    std::filesystem::remove(lock);
 }
 
 TEST_F(InstanceScreens, DisconnectingNeverEmptiesAStoreThatIsNotTheEntrysOwn) {

@@ -337,6 +337,24 @@ TEST_F(DefaultsTest, ValueHoldsForTheProcessWhenItCannotBeWritten) {
     EXPECT_EQ("through the link", defaults->string("key"));
 }
 
+TEST_F(DefaultsTest, WhatThePresentFileHoldsIsPutBackWithoutAWrite) {
+    const auto defaults = open();
+    (void)defaults->set("key", "old");
+    const auto lock = file.string() + ".lock";
+    fs::remove(lock);
+    fs::create_directory(lock); // nothing can be written
+    EXPECT_FALSE(defaults->set("key", "new"));
+    EXPECT_FALSE(defaults->set("other", "new"));
+    EXPECT_TRUE(defaults->set("key", "old"));
+    EXPECT_TRUE(defaults->remove("other"));
+    EXPECT_EQ("old", defaults->string("key"));
+    EXPECT_FALSE(defaults->string("other"));
+    fs::remove(lock);
+    // What was put back doesn't hide what another process writes.
+    EXPECT_TRUE(open()->set("key", "theirs"));
+    EXPECT_EQ("theirs", defaults->string("key"));
+}
+
 TEST_F(FilesTest, SecretFileKeepsSecretsFromOthers) {
     const auto file = folder / "state/secrets";
     const auto store = makeFileSecretStore(file);

@@ -9,11 +9,16 @@ namespace ledgerfinch::replay {
 namespace {
 
 /// Depend on files that are made anew, or on a search engine of another kind.
-const std::set<std::string> onlyTyped{"original_size", "archive_size", "archive_checksum", "score", "highlights"};
+const std::set<std::string> onlyTyped{"original_size", "archive_size",     "archive_checksum",  "score",
+                                      "highlights",    "duration_seconds", "wait_time_seconds", "traceback"};
 /// Come in the order of a hash table or of the database's mood.
-const std::set<std::string> unordered{"inherited_permissions", "user_permissions", "permissions", "users", "groups"};
+const std::set<std::string> unordered{"inherited_permissions",    "user_permissions", "permissions", "users", "groups",
+                                      "document_file_type_counts"};
 /// Random.
-const std::set<std::string> renamed{"slug", "task_id", "token", ""};
+const std::set<std::string> renamed{"slug", "task_id", "token", "id", ""};
+
+/// Goes on with the seconds left.
+constexpr std::string_view throttled = "Request was throttled. Expected available in ";
 
 std::string lastKey(const std::string& path) {
     auto dot = path.rfind('.');
@@ -38,7 +43,7 @@ std::vector<std::string> keysOf(const Json& json) {
 
 bool isRandomText(const std::string& text) {
     auto isUuid = text.size() == 36 && text[8] == '-' && text[13] == '-';
-    return isUuid || text.size() == 50 || text.size() == 40;
+    return isUuid || text.size() == 50 || text.size() == 40 || text.size() == 16;
 }
 
 } // namespace
@@ -50,7 +55,13 @@ void Comparison::differ(const std::string& path, const Json& expected, const Jso
 }
 
 bool Comparison::isSameText(const std::string& expected, const std::string& actual, const std::string& key) {
-    if (expected == actual) return true;
+    if (expected == actual || onlyShape) return true;
+    if (renamings != nullptr) {
+        auto known = std::find_if(renamings->begin(), renamings->end(),
+                                  [&](const auto& renaming) { return renaming.first == expected; });
+        if (known != renamings->end()) return known->second == actual;
+    }
+    if (expected.starts_with(throttled) && actual.starts_with(throttled)) return true;
     auto wanted = expected.size() > 10 ? support::parseTime(expected) : std::nullopt;
     if (wanted && *wanted >= now) {
         auto got = support::parseTime(actual);
@@ -74,6 +85,11 @@ void Comparison::compareObjects(const Json& expected, const Json& actual, const 
 }
 
 void Comparison::compareArrays(Json expected, Json actual, const std::string& path) {
+    if (onlyShape) {
+        for (std::size_t index = 0; !expected.empty() && index < actual.size(); ++index)
+            compare(expected[0], actual[index], path + "[" + std::to_string(index) + "]");
+        return;
+    }
     if (expected.size() != actual.size()) {
         differ(path + " length " + std::to_string(expected.size()) + " / " + std::to_string(actual.size()), expected,
                actual);
@@ -95,7 +111,11 @@ void Comparison::compareArrays(Json expected, Json actual, const std::string& pa
 }
 
 void Comparison::compare(const Json& expected, const Json& actual, const std::string& path) {
+    if (onlyTyped.contains(lastKey(path)) && expected.is_number() && actual.is_number()) return;
+    // A custom field's value is of any type.
+    if (onlyShape && (expected.is_null() || actual.is_null() || lastKey(path) == "value")) return;
     if (isShortened(expected)) {
+        if (onlyShape && actual.is_string()) return;
         const auto& mark = expected["$long"];
         auto same = actual.is_string() && actual.get_ref<const std::string&>().size() == mark[0].get<std::size_t>() &&
                     support::sha1Hex(actual.get_ref<const std::string&>()) == mark[1].get<std::string>();
@@ -116,7 +136,7 @@ void Comparison::compare(const Json& expected, const Json& actual, const std::st
         compareArrays(expected, actual, path);
     } else if (expected.is_string()) {
         if (!isSameText(expected.get<std::string>(), actual.get<std::string>(), key)) differ(path, expected, actual);
-    } else if (expected != actual) {
+    } else if (expected != actual && !onlyShape) {
         differ(path, expected, actual);
     }
 }

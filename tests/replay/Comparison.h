@@ -18,7 +18,8 @@ using Renamings = std::vector<std::pair<std::string, std::string>>;
 struct Comparison {
     support::Micros now = 0; ///< times from here on mean "now"
     Renamings* renamings = nullptr;
-    bool isSearch = false; ///< hits come in the order of a score: the set counts, and the records' shape
+    bool isSearch = false;  ///< hits come in the order of a score: the set counts, and the records' shape
+    bool onlyShape = false; ///< keys and types count, values and lengths don't
     std::vector<std::string> differences;
 
     void compare(const Json& expected, const Json& actual, const std::string& path);

@@ -25,6 +25,33 @@ std::string decodeBase64(std::string_view text) {
     return result;
 }
 
+std::ifstream open(const std::string& file) {
+    std::ifstream stream(file);
+    if (!stream) throw std::runtime_error("Can't read " + file);
+    return stream;
+}
+
+/// The values that the recordings share, one a line; later ones may mention earlier ones.
+std::vector<Json> readShared(const std::string& file) {
+    auto stream = open(file);
+    std::vector<Json> values;
+    for (std::string line; std::getline(stream, line);)
+        values.push_back(Json::parse(line));
+    return values;
+}
+
+/// Puts the shared values back: {"$": 12} stands for the one on line 13.
+void expand(Json& json, const std::vector<Json>& shared) {
+    if (json.is_object() && json.size() == 1 && json.contains("$")) {
+        json = Json(shared.at(json["$"].get<std::size_t>()));
+        expand(json, shared);
+        return;
+    }
+    if (!json.is_structured()) return;
+    for (auto& value : json)
+        expand(value, shared);
+}
+
 Exchange exchangeFrom(const Json& json) {
     Exchange exchange;
     exchange.phase = json.at("phase");
@@ -44,19 +71,17 @@ Exchange exchangeFrom(const Json& json) {
     return exchange;
 }
 
-std::ifstream open(const std::string& file) {
-    std::ifstream stream(file);
-    if (!stream) throw std::runtime_error("Can't read " + file);
-    return stream;
-}
-
 } // namespace
 
-std::vector<Exchange> readExchanges(const std::string& file) {
-    auto stream = open(file);
+std::vector<Exchange> readExchanges(const std::filesystem::path& file) {
+    auto shared = readShared((file.parent_path() / "values.jsonl").string());
+    auto stream = open(file.string());
     std::vector<Exchange> exchanges;
-    for (std::string line; std::getline(stream, line);)
-        exchanges.push_back(exchangeFrom(Json::parse(line)));
+    for (std::string line; std::getline(stream, line);) {
+        auto json = Json::parse(line);
+        expand(json, shared);
+        exchanges.push_back(exchangeFrom(json));
+    }
     return exchanges;
 }
 

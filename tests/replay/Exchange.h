@@ -4,6 +4,7 @@
 
 #include "support/PaperlessServerRecords.h"
 
+#include <filesystem>
 #include <map>
 #include <string>
 #include <vector>
@@ -25,10 +26,11 @@ struct Exchange {
     std::optional<std::string> text; ///< of an HTML answer
 };
 
-/// All exchanges in the order of recording.
-std::vector<Exchange> readExchanges(const std::string& file);
+/// All exchanges with one server in the order of recording. Beside the file stands what the recordings share.
+std::vector<Exchange> readExchanges(const std::filesystem::path& file);
 
-/// What an exchange is excused from: "status", "headers", "body", several of them with commas, or "all".
+/// What an exchange is excused from: "status", "headers", "body", "values" (the body's shape still counts), several of
+/// them with commas, or "all".
 struct Exception {
     std::string part;
     std::string reason;

@@ -19,6 +19,8 @@ constexpr const char* usage = "Usage: ledgerfinch-sample-server [options]\n"
                               "  --port-file FILE     write the port to FILE once the server is ready\n"
                               "  --seed WHAT          generated (default) or recordings\n"
                               "  --documents N        number of generated documents (default: 200)\n"
+                              "  --mode RELEASE       2.7, 2.20 (default) or 3.x: what it answers, and to which API\n"
+                              "                       versions (1 to 5, 1 to 9, 9 and 10)\n"
                               "  --users              print all users with passwords and tokens\n"
                               "Ends on SIGTERM or SIGINT.\n";
 
@@ -27,6 +29,7 @@ struct Options {
     std::string portFile;
     std::string seed = "generated";
     std::size_t documents = 200;
+    ServerMode mode = ServerMode::V2_20;
     bool showUsers = false;
 };
 
@@ -46,6 +49,8 @@ std::optional<Options> parse(int count, char** arguments) {
             options.portFile = value;
         } else if (name == "--documents") {
             options.documents = std::stoul(value);
+        } else if (name == "--mode" && modeNamed(value)) {
+            options.mode = *modeNamed(value);
         } else if (name == "--seed" && (value == "generated" || value == "recordings")) {
             options.seed = value;
         } else {
@@ -75,6 +80,7 @@ void run(const Options& options) {
 
     PaperlessServer server;
     server.setLogging(false);
+    server.setMode(options.mode);
     if (options.seed == "recordings") {
         server.seedFromRecordings();
     } else {

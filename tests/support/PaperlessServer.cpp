@@ -48,6 +48,10 @@ State emptied(const State& old) {
     State state;
     state.revision = old.revision + 1;
     state.taskPace = old.taskPace;
+    state.release = old.release;
+    state.leavesRemovedOptions = old.leavesRemovedOptions;
+    state.refusesDuplicates = old.refusesDuplicates;
+    state.loginLimit = old.loginLimit;
     state.clockShift = old.clockShift;
     return state;
 }
@@ -64,19 +68,20 @@ Json documentJson(const State& state, const Document& document) {
     // Authors as objects, since only these forms can say that an author is gone.
     auto hasGoneAuthor = std::any_of(document.notes.begin(), document.notes.end(),
                                      [](const Note& note) { return !note.user.has_value(); });
-    if (hasGoneAuthor) shape.version = versionWithNoteAuthors;
+    if (hasGoneAuthor) shape.api.hasNoteAuthors = true;
     appendDocument(text, state, document, shape);
     return Json::parse(text);
 }
 
 } // namespace
 
-PaperlessServer::PaperlessServer() : m_routes(std::make_unique<Routes>()), m_dialect(std::make_unique<Dialect>()) {
+PaperlessServer::PaperlessServer() : m_routes(std::make_unique<Routes>()) {
     auto respond = [this](const Request& request) {
         Answer answer;
         {
             std::lock_guard lock(m_mutex);
-            answer = m_routes->answer(m_state, request, *m_dialect);
+            changeModeBefore(request);
+            answer = m_routes->answer(m_state, request);
         }
         std::lock_guard lock(m_logMutex);
         if (m_logging) {
@@ -93,10 +98,11 @@ PaperlessServer::~PaperlessServer() {
     stop();
 }
 
-void PaperlessServer::seedFromRecordings(RecordedMoment moment) {
+void PaperlessServer::seedFromRecordings(RecordedMoment moment, const std::string& server) {
     std::lock_guard lock(m_mutex);
     m_state = emptied(m_state);
-    seedRecorded(m_state, dataFolder() / "paperless" / "seed.json", moment);
+    seedRecorded(m_state, dataFolder() / "paperless" / ("seed" + (server.empty() ? server : "-" + server) + ".json"),
+                 moment);
 }
 
 void PaperlessServer::generate(std::size_t documents, const SampleOptions& options) {
@@ -125,22 +131,6 @@ std::string PaperlessServer::url() const {
 
 int PaperlessServer::port() const {
     return m_face->port();
-}
-
-void PaperlessServer::setVersion(std::string version) {
-    std::lock_guard lock(m_mutex);
-    m_dialect->version = std::move(version);
-}
-
-void PaperlessServer::setTime(Micros time) {
-    std::lock_guard lock(m_mutex);
-    m_state.clockShift = time - clockNow();
-    m_state.lastTime = 0;
-}
-
-void PaperlessServer::setTaskPace(TaskPace pace) {
-    std::lock_guard lock(m_mutex);
-    m_state.taskPace = pace;
 }
 
 void PaperlessServer::finishTasks() {
@@ -289,8 +279,8 @@ Json PaperlessServer::recordJson(std::string_view table, Id id) const {
         shape.fullPermissions = true;
         return attributeJson(m_state, *kind, m_state.table(*kind).at(id), shape);
     }
-    if (table == "custom_fields") return customFieldJson(m_state.customFields.at(id), 2, std::nullopt);
-    if (table == "saved_views") return savedViewJson(m_state.savedViews.at(id), {}, true);
+    if (table == "custom_fields") return customFieldJson(m_state.customFields.at(id), {}, std::nullopt);
+    if (table == "saved_views") return savedViewJson(m_state.savedViews.at(id), {}, true, {});
     if (table == "users") return userJson(m_state, m_state.users.at(id));
     if (table == "groups") return groupJson(m_state.groups.at(id));
     return shareLinkJson(m_state.shareLinks.at(id));

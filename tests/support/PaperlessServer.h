@@ -4,6 +4,7 @@
 #pragma once
 
 #include "support/PaperlessServerFaults.h"
+#include "support/PaperlessServerModes.h"
 #include "support/PaperlessServerRecords.h"
 #include "support/PaperlessServerSamples.h"
 #include "support/PaperlessServerSeed.h"
@@ -14,6 +15,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,7 +24,6 @@ namespace ledgerfinch::support {
 
 class HttpFace;
 class Routes;
-struct Dialect;
 
 struct LoggedRequest {
     Request request; ///< method, target, path, query, headers (names in lower case), body, form parts
@@ -39,8 +40,9 @@ public:
 
     // Data to begin with. Both replace what is there.
 
-    /// The recorded server's 252 documents (259 after the uploads) and their attributes.
-    void seedFromRecordings(RecordedMoment moment = RecordedMoment::AfterUploads);
+    /// The recorded server's 252 documents (259 after the uploads) and their attributes. Others of the same kind are
+    /// "2.20.15-again", "2.7.2" (112 documents) and "3.0.5"; the mode is set apart from that.
+    void seedFromRecordings(RecordedMoment moment = RecordedMoment::AfterUploads, const std::string& server = {});
     /// Five users (admin, alice, bob, carol, dora), attributes and `documents` made-up documents.
     void generate(std::size_t documents, const SampleOptions& options = {});
     /// The five users and nothing else.
@@ -54,7 +56,22 @@ public:
     /// "http://127.0.0.1:12345", without a slash at the end. Keeps its value after stop().
     std::string url() const;
     int port() const;
-    /// What x-version says from now on; the default is "2.20.15".
+    /// Which release it is from the next request on; the default is 2.20.15. The records stay and show themselves in
+    /// the form of the other release: a server that is upgraded, or set back, while a client talks to it.
+    void setMode(ServerMode mode);
+    /// The same before the request that follows the next `requests` ones whose "METHOD /path?query" begin with `start`.
+    void setModeAfter(std::size_t requests, ServerMode mode, std::string start = {});
+    /// All it holds, to be put back later as from a backup: what came since is gone, and ids are given again.
+    State snapshot() const;
+    void restore(State records);
+    ServerMode mode() const;
+    /// A document goes on giving the id of a select option that is no more, as it does until the worker cleaned up.
+    void setLeavesRemovedOptions(bool on);
+    /// Release 3 makes a second document of a file it has, unless it is told to refuse it as the others do.
+    void setRefusesDuplicates(bool on);
+    /// Logins a minute and address before 429. Empty, the default: 5 for release 3, else any number. 0: any number.
+    void setLoginLimit(std::optional<std::size_t> perMinute);
+    /// What x-version says from now on, until the mode changes; the API versions stay those of the mode.
     void setVersion(std::string version);
     /// Sets the server's clock; it goes on from there.
     void setTime(Micros time);
@@ -119,13 +136,20 @@ public:
     static std::filesystem::path dataFolder();
 
 private:
+    struct ModeChange {
+        std::size_t left = 0; ///< requests before it
+        ServerMode mode = ServerMode::V2_20;
+        std::string start;
+    };
+    void become(ServerMode mode);
+    void changeModeBefore(const Request& request);
     Json recordJson(std::string_view table, Id id) const;
     std::vector<Id> idsOf(std::string_view table) const;
 
     mutable std::mutex m_mutex;
     State m_state;
     std::unique_ptr<Routes> m_routes;
-    std::unique_ptr<Dialect> m_dialect;
+    std::vector<ModeChange> m_modeChanges;
     PaperlessServerFaults m_faults;
     mutable std::mutex m_logMutex;
     mutable std::condition_variable m_logged;

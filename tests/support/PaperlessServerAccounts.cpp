@@ -25,7 +25,8 @@ std::vector<Id> sortedByName(const Table& table, NameOf nameOf) {
 }
 
 /// A list of permission codenames; unknown ones are refused.
-void readPermissionNames(BodyReader& body, std::string_view key, std::vector<std::string>& target, bool required) {
+void readPermissionNames(BodyReader& body, const State& state, std::string_view key, std::vector<std::string>& target,
+                         bool required) {
     const auto* value = body.find(key);
     if (value == nullptr) {
         if (required && !body.isPartial()) body.fail(key, "This field is required.");
@@ -37,8 +38,8 @@ void readPermissionNames(BodyReader& body, std::string_view key, std::vector<std
     }
     std::vector<std::string> names;
     for (const auto& name : *value) {
-        auto known = name.is_string() &&
-                     std::any_of(everyPermission().begin(), everyPermission().end(), [&](const std::string& text) {
+        const auto& all = everyPermission(state.release.mode);
+        auto known = name.is_string() && std::any_of(all.begin(), all.end(), [&](const std::string& text) {
                          return text.substr(text.find('.') + 1) == name.get_ref<const std::string&>();
                      });
         if (!known) {
@@ -70,7 +71,7 @@ void readUser(BodyReader& body, const State& state, User& user) {
     body.boolean("is_active", user.isActive);
     body.boolean("is_superuser", user.isSuperuser);
     body.relations("groups", user.groups, existsIn(state.groups));
-    readPermissionNames(body, "user_permissions", user.permissions, false);
+    readPermissionNames(body, state, "user_permissions", user.permissions, false);
 }
 
 void readGroup(BodyReader& body, const State& state, Group& group) {
@@ -79,7 +80,7 @@ void readGroup(BodyReader& body, const State& state, Group& group) {
                      return other.first != group.id && other.second.name == group.name;
                  });
     if (taken) body.fail("name", "group with this name already exists.");
-    readPermissionNames(body, "permissions", group.permissions, true);
+    readPermissionNames(body, state, "permissions", group.permissions, true);
 }
 
 User* findUser(Context& context) {
@@ -104,9 +105,29 @@ void forAllPermissions(State& state, Action action) {
         action(view.owner, view.permissions);
 }
 
+/// Counts the attempt, or refuses it when the last minute saw too many from this address.
+std::optional<Response> throttled(State& state, const std::string& address) {
+    constexpr std::size_t limitOfThree = 5;
+    constexpr auto loginWindow = 60 * second;
+    auto limit = state.loginLimit.value_or(state.release.limitsLogins ? limitOfThree : 0);
+    if (limit == 0) return std::nullopt;
+    auto now = state.clock();
+    auto& attempts = state.logins[address];
+    std::erase_if(attempts, [&](Micros time) { return time <= now - loginWindow; });
+    if (attempts.size() < limit) {
+        attempts.push_back(now);
+        return std::nullopt;
+    }
+    auto seconds = std::to_string((attempts.front() + loginWindow - now + second - 1) / second);
+    auto response = detail(429, "Request was throttled. Expected available in " + seconds + " seconds.");
+    response.headers.emplace_back("retry-after", seconds);
+    return response;
+}
+
 } // namespace
 
 Response login(Context& context) {
+    if (auto refusal = throttled(context.state, context.request.clientAddress)) return *refusal;
     auto parsed = parseBody(context.request);
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, false);
@@ -125,7 +146,7 @@ Response login(Context& context) {
 
 Response listUsers(Context& context) {
     auto ids = sortedByName(context.state.users, [](const User& user) { return user.username; });
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
         to += textOf(userJson(context.state, context.state.users.at(id)));
     });
 }
@@ -184,13 +205,17 @@ void removeUser(State& state, Id id) {
     for (auto& [taskId, task] : state.tasks) {
         if (task.owner == id) task.owner.reset();
     }
+    for (auto& [viewId, view] : state.savedViews) {
+        view.onDashboardOf.erase(id);
+        view.inSidebarOf.erase(id);
+    }
     state.users.erase(id);
     state.changed();
 }
 
 Response listGroups(Context& context) {
     auto ids = sortedByName(context.state.groups, [](const Group& group) { return group.name; });
-    return pagedResponse(context.request, ids,
+    return pagedResponse(context, ids,
                          [&](std::string& to, Id id) { to += textOf(groupJson(context.state.groups.at(id))); });
 }
 

@@ -3,6 +3,7 @@
 #include "support/PaperlessServerEndpoints.h"
 #include "support/PaperlessServerPermissions.h"
 #include "support/PaperlessServerSerialize.h"
+#include "support/PaperlessServerTasks.h"
 #include "support/PaperlessServerValidation.h"
 
 #include <algorithm>
@@ -45,7 +46,8 @@ bool isTemplate(std::string_view text) {
 void readFields(BodyReader& body, const State& state, Kind kind, Attribute& attribute) {
     body.text("name", attribute.name, {.required = true, .mayBeBlank = false, .longest = longestName});
     if (kind == Kind::StoragePath) {
-        if (body.text("path", attribute.path, {.required = true, .mayBeBlank = false}) && !isTemplate(attribute.path))
+        auto hasPath = body.text("path", attribute.path, {.required = true, .mayBeBlank = false});
+        if (hasPath && state.release.checksAttributes && !isTemplate(attribute.path))
             body.fail("path", "Invalid variable detected.");
     }
     if (kind == Kind::Tag && body.text("color", attribute.color, {.mayBeBlank = false}) && !isColor(attribute.color))
@@ -53,7 +55,9 @@ void readFields(BodyReader& body, const State& state, Kind kind, Attribute& attr
     auto hasMatch = body.text("match", attribute.match, {.longest = longestMatch});
     body.choice("matching_algorithm", attribute.matchingAlgorithm, 0, lastAlgorithm);
     if (hasMatch && attribute.matchingAlgorithm == regexAlgorithm && !isRegex(attribute.match))
-        body.fail("match", "Invalid regular expression, see log for details.");
+        body.fail("match", state.release.checksAttributes
+                               ? "Invalid regular expression, see log for details."
+                               : "Invalid regular expression: missing ), unterminated subpattern");
     body.boolean("is_insensitive", attribute.isInsensitive);
     body.relation("owner", attribute.owner, existsIn(state.users));
     body.permissions(state, attribute.permissions);
@@ -74,12 +78,17 @@ const Attribute* namesake(const State& state, Kind kind, const Attribute& attrib
 /// The rules on names: one ownerless object of a name, one per owner.
 std::optional<Response> nameConflict(const BodyReader& body, const State& state, Kind kind,
                                      const Attribute& attribute) {
+    constexpr auto violated = "Object violates owner / name unique constraint";
+    if (!state.release.checksAttributes) {
+        if (namesake(state, kind, attribute, false) == nullptr) return std::nullopt;
+        return jsonResponse(Json{{"error", Json::array({violated})}}, 400);
+    }
     if (body.has("name") && namesake(state, kind, attribute, true) != nullptr) {
         auto text = std::string(namesOf(kind).verbose) + " with this name already exists.";
         return jsonResponse(Json{{"name", Json::array({text})}}, 400);
     }
     if (namesake(state, kind, attribute, false) == nullptr) return std::nullopt;
-    if (attribute.id == 0) return jsonResponse(Json{{"error", "Object violates owner / name unique constraint"}}, 400);
+    if (attribute.id == 0) return jsonResponse(Json{{"error", violated}}, 400);
     return jsonResponse(Json{{"non_field_errors", Json::array({"The fields name, owner must make a unique set."})}},
                         400);
 }
@@ -99,7 +108,7 @@ Attribute* visible(Context& context, Kind kind) {
 
 Response show(Context& context, Kind kind, const Attribute& attribute, bool withLastCorrespondence) {
     auto counts = countDocuments(context.state, *context.user);
-    AttributeShape shape{context.user, context.version, context.request.flag("full_perms"),
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"),
                          countOf(counts, kind, attribute.id), withLastCorrespondence};
     return jsonResponse(attributeJson(context.state, kind, attribute, shape, &counts));
 }
@@ -108,6 +117,22 @@ Response show(Context& context, Kind kind, const Attribute& attribute, bool with
 void touchDocumentsOfPath(State& state, Id path) {
     for (auto& [id, document] : state.documents) {
         if (document.storagePath == path) document.modified = state.now();
+    }
+}
+
+/// A tag under a new parent takes its documents along, and those that didn't have the parent are touched.
+void addAncestorsToDocuments(State& state, Id tag) {
+    const auto& tags = state.table(Kind::Tag);
+    for (auto& [id, document] : state.documents) {
+        auto before = document.tags.size();
+        auto has = [&](Id wanted) {
+            return std::find(document.tags.begin(), document.tags.end(), wanted) != document.tags.end();
+        };
+        if (!has(tag)) continue;
+        for (auto parent = tags.at(tag).parent; parent; parent = tags.at(*parent).parent) {
+            if (!has(*parent)) document.tags.push_back(*parent);
+        }
+        if (document.tags.size() != before) document.modified = state.now();
     }
 }
 
@@ -133,11 +158,16 @@ std::vector<Id> listedIds(const Context& context, Kind kind) {
 
 Response listAttributes(Context& context, Kind kind) {
     auto counts = countDocuments(context.state, *context.user);
-    AttributeShape shape{context.user, context.version, context.request.flag("full_perms"), 0, false};
-    return pagedResponse(context.request, listedIds(context, kind), [&](std::string& to, Id id) {
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), 0,
+                         context.release.listsCorrespondence};
+    auto ids = listedIds(context, kind);
+    auto write = [&](std::string& to, Id id) {
         shape.documentCount = countOf(counts, kind, id);
         to += textOf(attributeJson(context.state, kind, context.state.table(kind).at(id), shape, &counts));
-    });
+    };
+    auto hasCount = kind == Kind::Tag && context.api.hasDisplayCount;
+    return pagedResponse(context, ids, write, nullptr,
+                         hasCount ? ",\"display_count\":" + std::to_string(ids.size()) : std::string());
 }
 
 Response createAttribute(Context& context, Kind kind) {
@@ -152,7 +182,7 @@ Response createAttribute(Context& context, Kind kind) {
     attribute.id = context.state.takeId(std::string(namesOf(kind).path));
     const auto& stored = context.state.table(kind)[attribute.id] = attribute;
     context.state.changed();
-    AttributeShape shape{context.user, context.version, context.request.flag("full_perms"), std::nullopt, false};
+    AttributeShape shape{context.user, context.api, context.request.flag("full_perms"), std::nullopt, false};
     return jsonResponse(attributeJson(context.state, kind, stored, shape), 201);
 }
 
@@ -170,15 +200,20 @@ Response updateAttribute(Context& context, Kind kind) {
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, context.request.method == "PATCH");
     auto changed = *attribute;
-    if (!body.isPartial()) changed.owner.reset();
+    if (!body.isPartial() && context.release.checksAttributes) changed.owner.reset();
     readFields(body, context.state, kind, changed);
     if (body.failed()) return body.errors();
     if (auto conflict = nameConflict(body, context.state, kind, changed)) return *conflict;
     auto moved = changed.path != attribute->path;
+    auto isReparented = changed.parent && changed.parent != attribute->parent;
     *attribute = changed;
+    if (isReparented) {
+        addAncestorsToDocuments(context.state, attribute->id);
+        if (context.release.hasTaskQueue) finishAtOnce(context.state, addTask(context.state, TaskKind::BulkUpdate));
+    }
     if (moved) touchDocumentsOfPath(context.state, attribute->id);
     context.state.changed();
-    return show(context, kind, *attribute, false);
+    return show(context, kind, *attribute, context.release.listsCorrespondence);
 }
 
 Response deleteAttribute(Context& context, Kind kind) {

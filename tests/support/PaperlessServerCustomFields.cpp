@@ -44,26 +44,28 @@ Response extraDataError(const char* text) {
 std::optional<Response> readOptions(Context& context, const Json& options, CustomField& field) {
     std::vector<SelectOption> read;
     for (const auto& option : options) {
-        if (context.version < versionWithOptionIds) {
-            read.push_back({newOptionId(context.state), option});
+        if (!context.api.hasOptionIds) {
+            read.push_back({newOptionId(context.state), option, false});
             continue;
         }
         if (!option.is_object() || !option.contains("label")) return serverError();
         auto id = option.value("id", Json());
-        read.push_back({id.is_string() ? id.get<std::string>() : newOptionId(context.state), option["label"]});
+        read.push_back({id.is_string() ? id.get<std::string>() : newOptionId(context.state), option["label"],
+                        option.begin().key() == "id"});
     }
     field.options = std::move(read);
     return std::nullopt;
 }
 
 std::optional<Response> readExtraData(Context& context, const BodyReader& body, CustomField& field) {
+    if (!context.release.hasRichFields) return std::nullopt;
     const auto* extra = body.find("extra_data");
     if (field.dataType == "select") {
         auto hasOptions = extra != nullptr && extra->is_object() && extra->contains("select_options") &&
                           (*extra)["select_options"].is_array() && !(*extra)["select_options"].empty();
         if (!hasOptions) return extraDataError("extra_data.select_options must be a valid list");
         // Old versions turn labels into options only where the request names the type.
-        if (context.version < versionWithOptionIds && !body.has("data_type")) return serverError();
+        if (!context.api.hasOptionIds && !body.has("data_type")) return serverError();
         return readOptions(context, (*extra)["select_options"], field);
     }
     if (extra == nullptr || !extra->is_object()) return std::nullopt;
@@ -85,7 +87,7 @@ std::optional<Response> readField(Context& context, BodyReader& body, CustomFiel
                                           return other.first != field.id && other.second.name == field.name;
                                       });
     if (taken) body.fail("name", "custom field with this name already exists.");
-    body.choice("data_type", field.dataType, dataTypes(), true);
+    body.choice("data_type", field.dataType, dataTypes(context.release), true);
     if (body.failed()) return body.errors();
     return readExtraData(context, body, field);
 }
@@ -97,11 +99,18 @@ Response listCustomFields(Context& context) {
     std::vector<Id> ids;
     for (const auto& [id, field] : context.state.customFields)
         ids.push_back(id);
-    std::reverse(ids.begin(), ids.end());
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
+    if (context.release.sortsFieldsByName) {
+        std::stable_sort(ids.begin(), ids.end(), [&](Id left, Id right) {
+            const auto& fields = context.state.customFields;
+            return fields.at(left).name < fields.at(right).name;
+        });
+    } else {
+        std::reverse(ids.begin(), ids.end());
+    }
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
         auto found = counts.byCustomField.find(id);
         auto count = found == counts.byCustomField.end() ? 0 : found->second;
-        to += textOf(customFieldJson(context.state.customFields.at(id), context.version, count));
+        to += textOf(customFieldJson(context.state.customFields.at(id), context.api, count));
     });
 }
 
@@ -114,13 +123,13 @@ Response createCustomField(Context& context) {
     field.id = context.state.takeId("custom_fields");
     context.state.customFields[field.id] = field;
     context.state.changed();
-    return jsonResponse(customFieldJson(field, context.version, std::nullopt), 201);
+    return jsonResponse(customFieldJson(field, context.api, std::nullopt), 201);
 }
 
 Response getCustomField(Context& context) {
     const auto* field = find(context);
     if (field == nullptr) return noMatch("CustomField");
-    return jsonResponse(customFieldJson(*field, context.version, countOf(context, field->id)));
+    return jsonResponse(customFieldJson(*field, context.api, countOf(context, field->id)));
 }
 
 Response updateCustomField(Context& context) {
@@ -135,7 +144,7 @@ Response updateCustomField(Context& context) {
     *field = std::move(changed);
     if (isOtherType) forgetValues(context.state, field->id);
     context.state.changed();
-    return jsonResponse(customFieldJson(*field, context.version, countOf(context, field->id)));
+    return jsonResponse(customFieldJson(*field, context.api, countOf(context, field->id)));
 }
 
 Response deleteCustomField(Context& context) {

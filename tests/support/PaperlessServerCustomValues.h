@@ -13,7 +13,7 @@ struct CheckedValue {
 };
 
 /// Checks a value that a request gives for a field.
-CheckedValue checkCustomValue(const State& state, const CustomField& field, const Json& value, int version);
+CheckedValue checkCustomValue(const State& state, const CustomField& field, const Json& value, const ApiShape& api);
 
 struct CheckedValues {
     std::vector<CustomFieldValue> values;
@@ -22,13 +22,13 @@ struct CheckedValues {
 };
 
 /// Checks the whole "custom_fields" list of a request.
-CheckedValues checkCustomValues(const State& state, const Json& list, int version);
+CheckedValues checkCustomValues(const State& state, const Json& list, const ApiShape& api);
 
 /// Replaces the values of a document: those that stay keep their place, those not mentioned go.
 /// Documents linked or no longer linked get or lose the link back, and are touched by it.
 void storeCustomValues(State& state, Document& document, const std::vector<CustomFieldValue>& values);
 
-/// The names of all data types.
-const std::vector<std::string_view>& dataTypes();
+/// The names of all data types that the release knows.
+const std::vector<std::string_view>& dataTypes(const Release& release);
 
 } // namespace ledgerfinch::support

@@ -28,8 +28,20 @@ Found find(Context& context) {
     return {document, {}};
 }
 
+/// Newest first, with whole authors and times in UTC.
+Response showNewestFirst(const Context& context, const Document& document) {
+    auto api = context.api;
+    api.hasNoteAuthors = true;
+    auto notes = *notesJson(context.state, document, api);
+    for (auto& note : notes)
+        note["created"] = utcTimeText(*parseTime(note["created"].get<std::string>()));
+    std::reverse(notes.begin(), notes.end());
+    return jsonResponse(notes);
+}
+
 Response showNotes(const Context& context, const Document& document) {
-    auto notes = notesJson(context.state, document, context.version);
+    if (context.api.hasNewestNotesFirst) return showNewestFirst(context, document);
+    auto notes = notesJson(context.state, document, context.api);
     if (!notes) return jsonResponse(Json{{"error", "Error retrieving notes, check logs for more detail."}});
     return jsonResponse(*notes);
 }
@@ -54,11 +66,12 @@ Response removeNote(Context& context, Document& document) {
         !mayChange(*context.user, document.owner, document.permissions))
         return bareText(403, "Insufficient permissions to delete notes");
     auto wanted = context.request.argument("id");
+    if (!wanted && !context.release.checksAttributes) return serverError();
     if (!wanted) return jsonResponse(Json{{"id", "This field is required."}}, 400);
     auto id = keyNumber(Json(*wanted));
     auto note =
         std::find_if(document.notes.begin(), document.notes.end(), [&](const Note& one) { return one.id == id; });
-    if (note == document.notes.end()) return noMatch("Note");
+    if (note == document.notes.end()) return context.release.checksAttributes ? noMatch("Note") : serverError();
     document.notes.erase(note);
     ++document.deletedNotes;
     document.modified = context.state.now();
@@ -70,10 +83,6 @@ std::string storedName(const Document& document, std::string_view extension) {
     char name[32];
     std::snprintf(name, sizeof name, "%07lld", static_cast<long long>(document.id));
     return name + std::string(extension);
-}
-
-std::string checksumOf(const Document& document) {
-    return document.checksum.empty() ? md5Hex(originalFile(document)) : document.checksum;
 }
 
 /// Django's file answers: a plain ASCII name and the real one.
@@ -99,6 +108,7 @@ File fileOf(const State& state, const Document& document, bool original) {
 Response fileResponse(File file, std::string_view kind) {
     auto response = rawJsonResponse(std::move(file.bytes));
     response.contentType = file.mimeType;
+    response.isFile = true;
     response.headers.emplace_back("content-disposition", disposition(kind, file.name));
     return response;
 }
@@ -114,6 +124,7 @@ bool isUnchanged(const Context& context, Micros time, const std::string& etag) {
 
 Response notModified(Response response) {
     response.status = 304;
+    std::erase_if(response.headers, [](const auto& header) { return header.first == "content-disposition"; });
     response.contentType.clear();
     response.body.clear();
     return response;
@@ -153,7 +164,7 @@ Response documentHistory(Context& context) {
 Response documentMetadata(Context& context) {
     auto [document, error] = find(context);
     if (document == nullptr) return error;
-    auto checksum = checksumOf(*document);
+    auto checksum = checksumOf(*document, context.release.hasSha256);
     auto archive = archiveFile(*document);
     Json json{{"original_checksum", checksum},
               {"original_size", originalFile(*document).size()},
@@ -168,7 +179,7 @@ Response documentMetadata(Context& context) {
               {"archive_metadata", nullptr},
               {"lang", "de"}};
     if (document->hasArchive) {
-        json["archive_checksum"] = md5Hex(archive);
+        json["archive_checksum"] = context.release.hasSha256 ? sha256Hex(archive) : md5Hex(archive);
         json["archive_media_filename"] = storedName(*document, ".pdf");
         json["archive_size"] = archive.size();
         json["archive_metadata"] = Json::array();
@@ -198,15 +209,27 @@ Response documentSuggestions(Context& context) {
     return response;
 }
 
+Response documentRoot(Context& context) {
+    auto [document, error] = find(context);
+    return document == nullptr ? error : jsonResponse(Json{{"root_id", document->id}});
+}
+
 Response documentThumbnail(Context& context) {
     auto [document, error] = find(context);
     if (document == nullptr) return error;
     auto isWebp = context.state.thumbnailsAreWebp;
     auto response = rawJsonResponse(isWebp ? makeWebp(document->id) : makePng(document->id));
     response.contentType = isWebp ? "image/webp" : "image/png";
+    std::string etag;
+    if (context.release.hasSha256) {
+        etag = "\"" + checksumOf(*document, true) + "\"";
+        auto name = storedName(*document, isWebp ? ".webp" : ".png");
+        response.headers.emplace_back("content-disposition", "inline; filename=\"" + name + "\"");
+        response.headers.emplace_back("etag", etag);
+    }
     response.headers.emplace_back("last-modified", httpDateText(document->filed));
     response.headers.emplace_back("cache-control", "no-cache");
-    return isUnchanged(context, document->filed, {}) ? notModified(std::move(response)) : response;
+    return isUnchanged(context, document->filed, etag) ? notModified(std::move(response)) : response;
 }
 
 Response documentPreview(Context& context) {

@@ -35,7 +35,7 @@ Response show(const State& state, const Document& document, const DocumentShape&
     return rawJsonResponse(std::move(body));
 }
 
-void readCreated(BodyReader& body, std::string_view key, std::string& target) {
+void readCreated(BodyReader& body, const Release& release, std::string_view key, Document& target) {
     const auto* value = body.find(key);
     if (value == nullptr) return;
     if (value->is_null()) {
@@ -44,10 +44,14 @@ void readCreated(BodyReader& body, std::string_view key, std::string& target) {
     }
     auto time = value->is_string() ? parseTime(value->get_ref<const std::string&>()) : std::nullopt;
     if (!time) {
-        body.fail(key, "Date has wrong format. Use one of these formats instead: YYYY-MM-DD.");
+        auto wantsTime = !release.hasRichFields && key == "created";
+        body.fail(key, wantsTime ? "Datetime has wrong format. Use one of these formats instead: "
+                                   "YYYY-MM-DDThh:mm[:ss[.uuuuuu]][+HH:MM|-HH:MM|Z]."
+                                 : "Date has wrong format. Use one of these formats instead: YYYY-MM-DD.");
         return;
     }
-    target = localDateText(*time);
+    target.created = localDateText(*time);
+    target.createdTime = time;
 }
 
 void readSerialNumber(BodyReader& body, const State& state, Document& document) {
@@ -83,8 +87,8 @@ void readFields(BodyReader& body, const State& state, Document& document) {
     body.text("content", document.content);
     auto before = document.tags;
     auto givesTags = body.relations("tags", document.tags, existsIn(state.table(Kind::Tag)), true);
-    if (!body.has("created")) readCreated(body, "created_date", document.created);
-    readCreated(body, "created", document.created);
+    if (!body.has("created")) readCreated(body, state.release, "created_date", document);
+    readCreated(body, state.release, "created", document);
     readSerialNumber(body, state, document);
     body.relation("owner", document.owner, existsIn(state.users));
     body.permissions(state, document.permissions);
@@ -102,9 +106,29 @@ std::string listKey(const Request& request, const User& user) {
     return key;
 }
 
+/// The oldest release told the ids in the order in which its database came upon them: along the index of owners, or
+/// that of ids. Only an order that was asked for holds for both.
+std::vector<Id> storedOrder(const Context& context, std::vector<Id> ids) {
+    if (!std::is_sorted(ids.begin(), ids.end())) return ids;
+    auto isFiltered = std::any_of(context.request.query.begin(), context.request.query.end(), [](const auto& argument) {
+        return argument.first == "title_content" || argument.first.find("__") != std::string::npos;
+    });
+    auto byOwner = context.user->isSuperuser && !isFiltered;
+    std::sort(ids.begin(), ids.end(), [&](Id left, Id right) {
+        const auto& documents = context.state.documents;
+        auto ownerOf = [&](Id id) {
+            return byOwner ? documents.at(id).owner.value_or(0) : 0;
+        };
+        return std::pair(ownerOf(left), left) < std::pair(ownerOf(right), right);
+    });
+    return ids;
+}
+
 Response searchPage(Context& context, const SelectedDocuments& selected, const std::string& all) {
     auto shape = shapeOf(context);
-    auto query = context.request.argument("query").value_or("");
+    std::string query;
+    for (const char* key : {"query", "text", "title_search"})
+        query += context.request.argument(key).value_or("");
     auto crashed = false;
     std::size_t rank = pageOf(context.request, selected.ids.size()).value_or(Page{}).first;
     auto write = [&](std::string& to, Id id) {
@@ -113,9 +137,7 @@ Response searchPage(Context& context, const SelectedDocuments& selected, const s
         ++rank;
         if (!appendDocument(to, context.state, document, shape, ",\"__search_hit__\":" + textOf(hit))) crashed = true;
     };
-    auto isQuery = context.request.argument("query").has_value() || context.request.argument("more_like_id");
-    auto response =
-        pagedResponse(context.request, selected.ids, write, &all, isQuery ? ",\"corrected_query\":null" : "");
+    auto response = pagedResponse(context, selected.ids, write, &all, ",\"corrected_query\":null");
     if (crashed) return bareText(400, "Error listing search results, check logs for more detail.");
     return response;
 }
@@ -123,6 +145,12 @@ Response searchPage(Context& context, const SelectedDocuments& selected, const s
 } // namespace
 
 Response listDocuments(Context& context, ListCache& cache) {
+    auto searches = [&](const char* key) {
+        return context.request.argument(key).has_value();
+    };
+    if (context.release.hasSimpleSearch &&
+        searches("text") + searches("title_search") + searches("query") + searches("more_like_id") > 1)
+        return detail(400, "Specify only one of text, title_search, query, or more_like_id.");
     auto key = listKey(context.request, *context.user);
     auto cached = std::find_if(cache.entries.begin(), cache.entries.end(), [&](const auto& entry) {
         return entry.revision == context.state.revision && entry.key == key;
@@ -133,6 +161,10 @@ Response listDocuments(Context& context, ListCache& cache) {
         std::string all;
         if (selected.isSearch) {
             auto sorted = selected.ids;
+            if (context.release.hasSimpleSearch) {
+                appendIds(all, sorted);
+                return searchPage(context, selected, all);
+            }
             std::stable_sort(sorted.begin(), sorted.end(), [&](Id left, Id right) {
                 const auto& one = context.state.documents.at(left);
                 const auto& other = context.state.documents.at(right);
@@ -141,7 +173,7 @@ Response listDocuments(Context& context, ListCache& cache) {
             appendIds(all, sorted);
             return searchPage(context, selected, all);
         }
-        appendIds(all, selected.ids);
+        appendIds(all, context.release.ordersLists ? selected.ids : storedOrder(context, selected.ids));
         if (cache.entries.size() >= cachedLists) cache.entries.erase(cache.entries.begin());
         cache.entries.push_back({key, context.state.revision, std::move(selected.ids), std::move(all)});
         cached = std::prev(cache.entries.end());
@@ -149,7 +181,7 @@ Response listDocuments(Context& context, ListCache& cache) {
     auto shape = shapeOf(context);
     auto crashed = false;
     auto response = pagedResponse(
-        context.request, cached->ids,
+        context, cached->ids,
         [&](std::string& to, Id id) {
             if (!appendDocument(to, context.state, context.state.documents.at(id), shape)) crashed = true;
         },
@@ -160,7 +192,9 @@ Response listDocuments(Context& context, ListCache& cache) {
 Response getDocument(Context& context) {
     const auto* document = visible(context);
     if (document == nullptr) return noDocument(context);
-    return show(context.state, *document, shapeOf(context));
+    auto shape = shapeOf(context);
+    shape.withDuplicates = true;
+    return show(context.state, *document, shape);
 }
 
 Response updateDocument(Context& context) {
@@ -179,7 +213,7 @@ Response updateDocument(Context& context) {
     CheckedValues values;
     const auto* given = body.find("custom_fields");
     if (given != nullptr) {
-        values = checkCustomValues(context.state, *given, context.version);
+        values = checkCustomValues(context.state, *given, context.api);
         if (!values.errors.is_null()) body.failWith("custom_fields", values.errors);
     }
     if (values.crashes) return serverError();
@@ -217,7 +251,7 @@ Response listTrash(Context& context) {
     }
     auto shape = shapeOf(context);
     shape.withoutNotes = true;
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
         appendDocument(to, context.state, context.state.documents.at(id), shape);
     });
 }

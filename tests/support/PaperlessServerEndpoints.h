@@ -34,6 +34,7 @@ Response documentHistory(Context& context);
 Response documentMetadata(Context& context);
 Response documentSuggestions(Context& context);
 Response documentShareLinks(Context& context);
+Response documentRoot(Context& context);
 Response documentThumbnail(Context& context);
 Response documentPreview(Context& context);
 Response documentDownload(Context& context);
@@ -42,12 +43,14 @@ Response openShareLink(Context& context);
 Response listTrash(Context& context);
 Response changeTrash(Context& context);
 Response bulkEdit(Context& context);
+Response bulkDelete(Context& context);
 Response bulkEditObjects(Context& context);
 Response selectionData(Context& context);
 
 Response uploadDocument(Context& context);
 Response listTasks(Context& context);
 Response getTask(Context& context);
+Response activeTasks(Context& context);
 Response acknowledgeTasks(Context& context);
 
 Response login(Context& context);

@@ -192,6 +192,12 @@ std::string archiveFile(const Document& document) {
     return document.hasArchive ? makePdf(document.title + " (archive)", document.content) : std::string();
 }
 
+std::string checksumOf(const Document& document, bool isSha256) {
+    constexpr std::size_t sha256Digits = 64;
+    if (!document.checksum.empty() && isSha256 == (document.checksum.size() == sha256Digits)) return document.checksum;
+    return isSha256 ? sha256Hex(originalFile(document)) : md5Hex(originalFile(document));
+}
+
 std::string extensionOf(std::string_view mimeType) {
     if (mimeType == "image/png") return ".png";
     if (mimeType == "image/jpeg") return ".jpg";

@@ -16,6 +16,8 @@ std::string makeWebp(std::int64_t number);
 std::string originalFile(const Document& document);
 /// The archived PDF, empty without one.
 std::string archiveFile(const Document& document);
+/// Of the original: the recorded one where it is of this kind, else that of the bytes.
+std::string checksumOf(const Document& document, bool isSha256);
 /// ".pdf", ".png", ".txt" ...
 std::string extensionOf(std::string_view mimeType);
 /// By the first bytes and the name, "application/octet-stream" when neither tells.

@@ -241,7 +241,7 @@ Filters filtersOf(const State& state, const Request& request) {
             filters.errors[key] = Json::array({"Enter a valid date/time."});
         } else if (time.predicate) {
             filters.predicates.push_back(std::move(*time.predicate));
-        } else if (key == "custom_field_query") {
+        } else if (key == "custom_field_query" && state.release.ordersLists) {
             auto query = parseCustomQuery(state, value);
             if (query.predicate) filters.predicates.push_back(std::move(query.predicate));
             if (!query.error.is_null()) filters.errors[key] = std::move(query.error);
@@ -358,6 +358,8 @@ void order(Documents& documents, const State& state, const std::string& ordering
         }
         if (auto key = keyOf(state, field)) keys.emplace_back(std::move(*key), descending);
     }
+    // The oldest release orders nothing that it isn't asked to.
+    if (keys.empty() && !state.release.ordersLists) return;
     if (keys.empty()) {
         std::reverse(documents.begin(), documents.end());
         std::stable_sort(documents.begin(), documents.end(),

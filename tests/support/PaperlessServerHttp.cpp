@@ -65,6 +65,7 @@ Request requestOf(const httplib::Request& from) {
     for (const auto& [name, value] : from.headers)
         request.headers.emplace_back(lowerAscii(name), value);
     request.body = from.body;
+    request.clientAddress = from.remote_addr;
     for (const auto& [name, part] : from.files)
         request.parts.push_back({name, part.filename, part.content_type, part.content});
     if (request.header("content-type").starts_with("application/x-www-form-urlencoded")) {

@@ -3,6 +3,7 @@
 #include "support/PaperlessServerEndpoints.h"
 #include "support/PaperlessServerFilters.h"
 #include "support/PaperlessServerPermissions.h"
+#include "support/PaperlessServerSeed.h"
 #include "support/PaperlessServerSerialize.h"
 #include "support/PaperlessServerValidation.h"
 
@@ -23,6 +24,18 @@ std::vector<Id> visibleIds(const Table& table, const User& viewer) {
     return ids;
 }
 
+/// The views that a user has on the dashboard and in the sidebar are part of the settings.
+void addShownViews(const State& state, const User& user, Json& settings) {
+    auto dashboard = Json::array(), sidebar = Json::array();
+    for (const auto& [id, view] : state.savedViews) {
+        if (view.onDashboardOf.contains(user.id)) dashboard.push_back(id);
+        if (view.inSidebarOf.contains(user.id)) sidebar.push_back(id);
+    }
+    if (dashboard.empty() && sidebar.empty()) return;
+    settings["saved_views"]["dashboard_views_visible_ids"] = std::move(dashboard);
+    settings["saved_views"]["sidebar_views_visible_ids"] = std::move(sidebar);
+}
+
 } // namespace
 
 Response getUiSettings(Context& context) {
@@ -35,13 +48,15 @@ Response getUiSettings(Context& context) {
     if (!user.firstName.empty()) shown["first_name"] = user.firstName;
     if (!user.lastName.empty()) shown["last_name"] = user.lastName;
     auto settings = user.settings;
+    if (context.api.hasPersonalViews) addShownViews(context.state, user, settings);
     settings["update_checking"] = Json{{"backend_setting", "default"}};
     settings["trash_delay"] = 30;
-    settings["version"] = context.serverVersion;
+    settings["version"] = context.release.version;
     settings["app_title"] = nullptr;
     settings["app_logo"] = nullptr;
     settings["auditlog_enabled"] = true;
     settings["email_enabled"] = false;
+    if (context.release.mode == ServerMode::V3) settings["ai_enabled"] = false;
     return jsonResponse(Json{{"user", std::move(shown)},
                              {"settings", std::move(settings)},
                              {"permissions", effectivePermissions(context.state, user)}});
@@ -52,7 +67,9 @@ Response setUiSettings(Context& context) {
     if (parsed.error) return *parsed.error;
     auto settings = parsed.json.is_object() ? parsed.json.value("settings", Json()) : Json();
     if (!settings.is_object()) return jsonResponse(Json{{"settings", Json::array({"This field is required."})}}, 400);
-    context.state.users.at(context.user->id).settings = std::move(settings);
+    auto& user = context.state.users.at(context.user->id);
+    user.settings = std::move(settings);
+    if (context.api.hasPersonalViews) takeShownViews(context.state, user);
     context.state.changed();
     return jsonResponse(Json{{"success", true}});
 }
@@ -62,6 +79,13 @@ Response getStatistics(Context& context) {
     std::vector<Id> inbox;
     for (auto id : visibleIds(state.table(Kind::Tag), *context.user)) {
         if (state.table(Kind::Tag).at(id).isInboxTag) inbox.push_back(id);
+    }
+    auto counted = inbox;
+    if (!context.release.checksRights) {
+        // Inbox tags that the user doesn't see counted all the same.
+        for (const auto& [id, tag] : state.table(Kind::Tag)) {
+            if (tag.isInboxTag) counted.push_back(id);
+        }
     }
     std::int64_t total = 0, inInbox = 0, characters = 0, largest = 0;
     std::map<std::string, std::int64_t> types;
@@ -73,7 +97,7 @@ Response getStatistics(Context& context) {
         characters += std::int64_t(textLength(document.content));
         ++types[document.mimeType];
         inInbox += std::any_of(document.tags.begin(), document.tags.end(),
-                               [&](Id tag) { return std::find(inbox.begin(), inbox.end(), tag) != inbox.end(); });
+                               [&](Id tag) { return std::find(counted.begin(), counted.end(), tag) != counted.end(); });
     }
     std::vector<std::pair<std::string, std::int64_t>> byCount(types.begin(), types.end());
     std::stable_sort(byCount.begin(), byCount.end(),
@@ -116,7 +140,7 @@ Response globalSearch(Context& context) {
     ids.resize(std::min(ids.size(), searchedPerKind));
     std::string documents = "[";
     DocumentShape shape;
-    shape.version = context.version;
+    shape.api = context.api;
     shape.truncated = context.request.flag("truncate_content");
     for (auto id : ids) {
         if (total++ > 0) documents += ',';
@@ -136,7 +160,7 @@ Response globalSearch(Context& context) {
         found.resize(std::min(found.size(), searchedPerKind));
         auto list = Json::array();
         for (const auto* attribute : found) {
-            AttributeShape plain{nullptr, context.version, false, std::nullopt, false};
+            AttributeShape plain{nullptr, context.api, false, std::nullopt, false};
             list.push_back(attributeJson(state, kind, *attribute, plain));
         }
         total += std::int64_t(list.size());
@@ -144,13 +168,15 @@ Response globalSearch(Context& context) {
     };
     auto views = Json::array();
     for (const auto& [id, view] : state.savedViews) {
-        if (views.size() < searchedPerKind && view.owner == user.id && matches(view.name))
-            views.push_back(savedViewJson(view, user, false));
+        auto isVisible =
+            context.api.hasPersonalViews ? maySee(user, view.owner, view.permissions) : view.owner == user.id;
+        if (views.size() < searchedPerKind && isVisible && matches(view.name))
+            views.push_back(savedViewJson(view, user, false, context.api));
     }
     auto fields = Json::array();
     for (const auto& [id, field] : state.customFields) {
         if (fields.size() < searchedPerKind && matches(field.name))
-            fields.push_back(customFieldJson(field, context.version, std::nullopt));
+            fields.push_back(customFieldJson(field, context.api, std::nullopt));
     }
     auto users = Json::array();
     if (hasPermission(state, user, "view_user")) {
@@ -202,7 +228,7 @@ Response autocomplete(Context& context) {
 }
 
 Response emptyList(Context& context) {
-    return pagedResponse(context.request, {}, [](std::string&, Id) {});
+    return pagedResponse(context, {}, [](std::string&, Id) {});
 }
 
 Response applicationConfig(Context&) {

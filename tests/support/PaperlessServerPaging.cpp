@@ -64,9 +64,9 @@ std::optional<Page> pageOf(const Request& request, std::size_t count) {
     return page;
 }
 
-Response pagedResponse(const Request& request, const std::vector<Id>& ids, const RecordWriter& write,
+Response pagedResponse(const Context& context, const std::vector<Id>& ids, const RecordWriter& write,
                        const std::string* all, std::string_view extra) {
-    auto page = pageOf(request, ids.size());
+    auto page = pageOf(context.request, ids.size());
     if (!page) return detail(404, "Invalid page.");
     std::string body = "{\"count\":";
     appendNumber(body, std::int64_t(ids.size()));
@@ -74,11 +74,13 @@ Response pagedResponse(const Request& request, const std::vector<Id>& ids, const
     appendLink(body, page->next);
     body += ",\"previous\":";
     appendLink(body, page->previous);
-    body += ",\"all\":";
-    if (all != nullptr) {
-        body += *all;
-    } else {
-        appendIds(body, ids);
+    if (context.api.listsAll) {
+        body += ",\"all\":";
+        if (all != nullptr) {
+            body += *all;
+        } else {
+            appendIds(body, ids);
+        }
     }
     body += ",\"results\":[";
     for (auto index = page->first; index < page->last; ++index) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-// Pages of a list: count, next, previous, all, results.
+// Pages of a list: count, next, previous, all (where the version has it), results.
 #pragma once
 
 #include "support/PaperlessServerWire.h"
@@ -33,7 +33,7 @@ std::optional<Page> pageOf(const Request& request, std::size_t count);
 using RecordWriter = std::function<void(std::string& body, Id id)>;
 
 /// Answers with a page of these ids. `all` may hold the ready text of the id list; `extra` goes behind the results.
-Response pagedResponse(const Request& request, const std::vector<Id>& ids, const RecordWriter& write,
+Response pagedResponse(const Context& context, const std::vector<Id>& ids, const RecordWriter& write,
                        const std::string* all = nullptr, std::string_view extra = {});
 
 } // namespace ledgerfinch::support

@@ -9,7 +9,16 @@ namespace {
 
 constexpr std::array<std::string_view, 4> actions{"add", "change", "delete", "view"};
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 44> models{{
+/// Which releases have a model.
+enum class Since { Ever, V2_20, V3, Gone /* from release 3 on */ };
+
+struct Model {
+    std::string_view app;
+    std::string_view name;
+    Since since = Since::Ever;
+};
+
+constexpr Model models[]{
     {"account", "emailaddress"},
     {"account", "emailconfirmation"},
     {"admin", "logentry"},
@@ -20,32 +29,33 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 44> models{{
     {"authtoken", "token"},
     {"authtoken", "tokenproxy"},
     {"contenttypes", "contenttype"},
-    {"django_celery_results", "chordcounter"},
-    {"django_celery_results", "groupresult"},
-    {"django_celery_results", "taskresult"},
+    {"django_celery_results", "chordcounter", Since::Gone},
+    {"django_celery_results", "groupresult", Since::Gone},
+    {"django_celery_results", "taskresult", Since::Gone},
     {"documents", "correspondent"},
     {"documents", "customfield"},
     {"documents", "customfieldinstance"},
     {"documents", "document"},
     {"documents", "documenttype"},
-    {"documents", "log"},
+    {"documents", "log", Since::Gone},
     {"documents", "note"},
     {"documents", "paperlesstask"},
     {"documents", "savedview"},
     {"documents", "savedviewfilterrule"},
     {"documents", "sharelink"},
+    {"documents", "sharelinkbundle", Since::V3},
     {"documents", "storagepath"},
     {"documents", "tag"},
     {"documents", "uisettings"},
     {"documents", "workflow"},
     {"documents", "workflowaction"},
-    {"documents", "workflowactionemail"},
-    {"documents", "workflowactionwebhook"},
-    {"documents", "workflowrun"},
+    {"documents", "workflowactionemail", Since::V2_20},
+    {"documents", "workflowactionwebhook", Since::V2_20},
+    {"documents", "workflowrun", Since::V2_20},
     {"documents", "workflowtrigger"},
     {"guardian", "groupobjectpermission"},
     {"guardian", "userobjectpermission"},
-    {"mfa", "authenticator"},
+    {"mfa", "authenticator", Since::V2_20},
     {"paperless", "applicationconfiguration"},
     {"paperless_mail", "mailaccount"},
     {"paperless_mail", "mailrule"},
@@ -54,7 +64,33 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 44> models{{
     {"socialaccount", "socialaccount"},
     {"socialaccount", "socialapp"},
     {"socialaccount", "socialtoken"},
-}};
+};
+
+bool has(ServerMode mode, Since since) {
+    switch (since) {
+    case Since::V2_20:
+        return mode != ServerMode::V2_7;
+    case Since::V3:
+        return mode == ServerMode::V3;
+    case Since::Gone:
+        return mode != ServerMode::V3;
+    case Since::Ever:
+        break;
+    }
+    return true;
+}
+
+std::vector<std::string> permissionsOf(ServerMode mode) {
+    std::vector<std::string> list;
+    for (const auto& model : models) {
+        if (!has(mode, model.since)) continue;
+        for (auto action : actions)
+            list.push_back(std::string(model.app) + "." + std::string(action) + "_" + std::string(model.name));
+    }
+    if (mode == ServerMode::V3)
+        list.insert(list.end(), {"paperless.view_global_statistics", "paperless.view_system_monitoring"});
+    return list;
+}
 
 bool contains(const std::vector<Id>& ids, Id id) {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
@@ -70,16 +106,13 @@ bool contains(const std::vector<std::string>& texts, std::string_view text) {
 
 } // namespace
 
-const std::vector<std::string>& everyPermission() {
-    static const auto all = [] {
-        std::vector<std::string> list;
-        for (const auto& [app, model] : models) {
-            for (auto action : actions)
-                list.push_back(std::string(app) + "." + std::string(action) + "_" + std::string(model));
-        }
-        return list;
-    }();
-    return all;
+const std::vector<std::string>& everyPermission(ServerMode mode) {
+    static const std::map<ServerMode, std::vector<std::string>> all{
+        {ServerMode::V2_7, permissionsOf(ServerMode::V2_7)},
+        {ServerMode::V2_20, permissionsOf(ServerMode::V2_20)},
+        {ServerMode::V3, permissionsOf(ServerMode::V3)},
+    };
+    return all.at(mode);
 }
 
 bool hasPermission(const State& state, const User& user, std::string_view codename) {
@@ -93,14 +126,14 @@ bool hasPermission(const State& state, const User& user, std::string_view codena
 
 std::string qualifiedPermission(std::string_view codename) {
     auto model = codename.substr(std::min(codename.size(), codename.find('_') + 1));
-    for (const auto& [app, name] : models) {
+    for (const auto& [app, name, since] : models) {
         if (name == model) return std::string(app) + "." + std::string(codename);
     }
     return "documents." + std::string(codename);
 }
 
 std::vector<std::string> inheritedPermissions(const State& state, const User& user) {
-    if (user.isSuperuser) return everyPermission();
+    if (user.isSuperuser) return everyPermission(state.release.mode);
     std::vector<std::string> list;
     for (auto id : user.groups) {
         auto group = state.groups.find(id);

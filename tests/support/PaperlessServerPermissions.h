@@ -6,8 +6,8 @@
 
 namespace ledgerfinch::support {
 
-/// Every permission of the server as "app.codename"; a superuser holds them all.
-const std::vector<std::string>& everyPermission();
+/// Every permission of the release as "app.codename"; a superuser holds them all.
+const std::vector<std::string>& everyPermission(ServerMode mode);
 
 /// True when the user holds a model permission such as "view_tag", by themselves or by a group.
 bool hasPermission(const State& state, const User& user, std::string_view codename);

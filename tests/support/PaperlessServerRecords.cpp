@@ -218,4 +218,8 @@ std::string md5Hex(std::string_view bytes) {
     return digestHex(EVP_md5(), bytes);
 }
 
+std::string sha256Hex(std::string_view bytes) {
+    return digestHex(EVP_sha256(), bytes);
+}
+
 } // namespace ledgerfinch::support

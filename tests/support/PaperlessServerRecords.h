@@ -2,6 +2,7 @@
 // What the sample server remembers: plain records in tables keyed by id.
 #pragma once
 
+#include "support/PaperlessServerModes.h"
 #include "support/PaperlessServerTime.h"
 
 #include <nlohmann/json.hpp>
@@ -66,6 +67,7 @@ struct Attribute {
 struct SelectOption {
     std::string id;
     Json label;
+    bool isIdFirst = false; ///< the order that its keys were written in
 };
 
 struct CustomField {
@@ -105,7 +107,8 @@ struct Document {
     std::string title;
     std::string content;
     std::vector<Id> tags;
-    std::string created; ///< a calendar day, "2024-03-01"
+    std::string created;               ///< a calendar day, "2024-03-01"
+    std::optional<Micros> createdTime; ///< the time of that day, which only the oldest release keeps
     Micros modified = 0;
     Micros added = 0;
     std::optional<Micros> deletedAt; ///< set while in the trash
@@ -120,7 +123,7 @@ struct Document {
     std::optional<std::int64_t> pageCount;
     std::string mimeType = "application/pdf";
     Micros filed = 0;                            ///< when its files were written
-    std::string checksum;                        ///< MD5 of the original, empty until it is asked for
+    std::string checksum;                        ///< as recorded or of an upload, MD5 or SHA-256; else empty
     std::shared_ptr<const std::string> original; ///< the uploaded bytes; generated from the text when absent
     std::vector<HistoryEntry> history;
 };
@@ -133,8 +136,8 @@ struct FilterRule {
 struct SavedView {
     Id id = 0;
     std::string name;
-    bool showOnDashboard = false;
-    bool showInSidebar = false;
+    std::set<Id> onDashboardOf; ///< users; before release 3 only the owner counts
+    std::set<Id> inSidebarOf;
     std::optional<std::string> sortField;
     bool sortReverse = false;
     std::vector<FilterRule> filterRules;
@@ -192,18 +195,25 @@ struct Upload {
 };
 
 enum class TaskState { Pending, Started, Done };
+enum class TaskKind { Consume, BulkUpdate, Reprocess, Rotate };
 
 struct Task {
     Id id = 0;
+    TaskKind kind = TaskKind::Consume;
     std::string taskId;
     std::string fileName;
+    bool isOwnFile = false; ///< the server made it out of documents
     Micros created = 0;
+    std::optional<Micros> started;
     std::optional<Micros> done;
     TaskState state = TaskState::Pending;
     bool succeeded = false;
     std::string result;
     bool acknowledged = false;
-    OptionalId relatedDocument;
+    OptionalId relatedDocument; ///< the one it made
+    OptionalId duplicateOf;
+    bool duplicateInTrash = false;
+    std::vector<Id> touches; ///< documents whose "modified" moves when it is done
     OptionalId owner;
     Upload upload; ///< what the task will carry out
 };
@@ -221,6 +231,12 @@ struct DocumentCounts {
     std::map<Id, std::int64_t> byCustomField;
 };
 
+/// What a scanner would read from a file, which nothing here can.
+struct FileText {
+    std::string content;
+    std::string date; ///< the first one in the text, empty without
+};
+
 struct State {
     std::map<Id, Document> documents; ///< the trash included
     std::array<std::map<Id, Attribute>, 4> attributes;
@@ -230,12 +246,18 @@ struct State {
     std::map<Id, User> users;
     std::map<Id, Group> groups;
     std::map<Id, Task> tasks;
-    std::map<std::string, Id> nextIds; ///< per table; ids are never given twice
-    std::uint64_t revision = 0;        ///< grows with every change
+    std::map<std::string, FileText> fileTexts; ///< by the name of the file
+    std::map<std::string, Id> nextIds;         ///< per table; ids are never given twice
+    std::uint64_t revision = 0;                ///< grows with every change
     Micros lastTime = 0;
     Micros clockShift = 0; ///< added to the machine's clock
     TaskPace taskPace = TaskPace::PerPoll;
-    bool thumbnailsAreWebp = true; ///< as the real server's; PNG needs no decoder plug-in
+    Release release;
+    bool leavesRemovedOptions = false;                 ///< in values, as long as the worker didn't come to them
+    bool refusesDuplicates = false;                    ///< what release 3 does only when told so
+    std::optional<std::size_t> loginLimit;             ///< a minute and address; empty: as the release, 0: any number
+    std::map<std::string, std::vector<Micros>> logins; ///< attempts of the last minute by address
+    bool thumbnailsAreWebp = true;                     ///< as the real server's; PNG needs no decoder plug-in
 
     std::map<Id, Attribute>& table(Kind kind) { return attributes[std::size_t(kind)]; }
     const std::map<Id, Attribute>& table(Kind kind) const { return attributes[std::size_t(kind)]; }
@@ -275,5 +297,7 @@ std::string_view textPrefix(std::string_view text, std::size_t length);
 std::string sha1Hex(std::string_view bytes);
 /// 32 hexadecimal digits.
 std::string md5Hex(std::string_view bytes);
+/// 64 hexadecimal digits.
+std::string sha256Hex(std::string_view bytes);
 
 } // namespace ledgerfinch::support

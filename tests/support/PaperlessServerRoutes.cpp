@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "support/PaperlessServerRoutes.h"
 
+#include "support/PaperlessServerAdmission.h"
 #include "support/PaperlessServerPermissions.h"
+#include "support/PaperlessServerTwoSeven.h"
 
 #include <algorithm>
-#include <charconv>
 
 namespace ledgerfinch::support {
 
@@ -18,6 +19,23 @@ enum class Access {
     LoggedIn, ///< any user
     Model,    ///< the model's permission for the method
 };
+
+/// Which releases have an endpoint.
+enum class Lives { Everywhere, SinceTwoTwenty, InTwoSeven, InThree };
+
+bool livesIn(Lives lives, ServerMode mode) {
+    switch (lives) {
+    case Lives::SinceTwoTwenty:
+        return mode != ServerMode::V2_7;
+    case Lives::InTwoSeven:
+        return mode == ServerMode::V2_7;
+    case Lives::InThree:
+        return mode == ServerMode::V3;
+    case Lives::Everywhere:
+        break;
+    }
+    return true;
+}
 
 std::vector<std::string> segmentsOf(std::string_view path) {
     std::vector<std::string> segments;
@@ -34,89 +52,6 @@ std::string_view actionOf(std::string_view method) {
     if (method == "PUT" || method == "PATCH") return "change_";
     if (method == "DELETE") return "delete_";
     return "view_";
-}
-
-/// Whether the Accept header takes JSON, and the version that it asks for.
-struct Negotiated {
-    bool acceptable = true;
-    int version = 0; ///< 0: refused
-    bool wantsHtml = false;
-};
-
-Negotiated negotiate(const Request& request, const Dialect& dialect) {
-    Negotiated result;
-    result.version = dialect.standard();
-    auto accept = std::string(request.header("accept"));
-    if (accept.empty()) return result;
-    result.acceptable = false;
-    std::string_view rest = accept;
-    while (!rest.empty()) {
-        auto end = std::min(rest.find(','), rest.size());
-        auto type = lowerAscii(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-        type.erase(std::remove(type.begin(), type.end(), ' '), type.end());
-        auto media = type.substr(0, std::min(type.find(';'), type.size()));
-        if (media == "text/html") result.wantsHtml = !result.acceptable;
-        if (media != "*/*" && media != "application/*" && media != "application/json" && media != "text/html") continue;
-        result.acceptable = true;
-        auto at = type.find("version=");
-        if (at == std::string::npos || media == "*/*") continue;
-        auto number = type.substr(at + 8);
-        auto version = 0;
-        auto [stop, error] = std::from_chars(number.data(), number.data() + number.size(), version);
-        auto isGood = error == std::errc{} && version >= dialect.lowest && version <= dialect.highest;
-        result.version = isGood ? version : 0;
-        break;
-    }
-    return result;
-}
-
-struct Login {
-    const User* user = nullptr;
-    std::string_view error;
-    std::string_view challenge = "Token";
-};
-
-std::string decodeBase64(std::string_view text) {
-    constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string result;
-    unsigned bits = 0;
-    int count = 0;
-    for (auto letter : text) {
-        auto value = digits.find(letter);
-        if (value == std::string_view::npos) break;
-        bits = bits << 6 | unsigned(value);
-        count += 6;
-        if (count < 8) continue;
-        count -= 8;
-        result += char(bits >> count & 0xFF);
-    }
-    return result;
-}
-
-Login basicLogin(State& state, std::string_view credentials) {
-    auto text = decodeBase64(credentials);
-    auto colon = std::min(text.find(':'), text.size());
-    const auto* user = state.userByName(text.substr(0, colon));
-    auto isGood = user != nullptr && user->isActive && colon < text.size() && user->password == text.substr(colon + 1);
-    return isGood ? Login{user, {}} : Login{nullptr, "Invalid username/password.", "Basic realm=\"api\""};
-}
-
-Login loginOf(State& state, const Request& request) {
-    constexpr std::string_view missing = "Authentication credentials were not provided.";
-    auto header = request.header("authorization");
-    auto space = std::min(header.find(' '), header.size());
-    auto scheme = lowerAscii(header.substr(0, space));
-    auto rest = header.substr(std::min(space + 1, header.size()));
-    if (scheme == "basic") return basicLogin(state, rest);
-    if (scheme != "token") return {nullptr, missing};
-    if (rest.empty()) return {nullptr, "Invalid token header. No credentials provided."};
-    if (rest.find(' ') != std::string_view::npos)
-        return {nullptr, "Invalid token header. Token string should not contain spaces."};
-    const auto* user = state.userByToken(rest);
-    if (user == nullptr) return {nullptr, "Invalid token."};
-    if (!user->isActive) return {nullptr, "User inactive or deleted."};
-    return {user, {}};
 }
 
 /// A browser's question before a request from another origin; answered before anything else looks at it.
@@ -165,6 +100,7 @@ struct Routes::Route {
     std::string model;
     std::vector<std::pair<std::string, Handler>> handlers;
     bool isOutsideApi = false; ///< a plain page: no negotiation, no version headers
+    Lives lives = Lives::Everywhere;
 };
 
 struct Routes::Match {
@@ -241,6 +177,8 @@ void Routes::addDocumentRoutes() {
     add({"post_document"}, postOnly, Access::LoggedIn, {{"POST", uploadDocument}});
     add({"bulk_edit"}, postOnly, Access::LoggedIn, {{"POST", bulkEdit}});
     add({"selection_data"}, postOnly, Access::LoggedIn, {{"POST", selectionData}});
+    add({"delete"}, postOnly, Access::LoggedIn, {{"POST", bulkDelete}});
+    m_routes.back().lives = Lives::InThree;
     add({"*"}, "GET, PUT, PATCH, DELETE, HEAD, OPTIONS", Access::Model,
         {{"GET", getDocument}, {"PUT", updateDocument}, {"PATCH", updateDocument}, {"DELETE", deleteDocument}});
     add({"*", "notes"}, "GET, POST, DELETE, HEAD, OPTIONS", Access::Model,
@@ -248,11 +186,14 @@ void Routes::addDocumentRoutes() {
     add({"*", "metadata"}, readOnly, Access::Model, {{"GET", documentMetadata}});
     add({"*", "suggestions"}, readOnly, Access::Model, {{"GET", documentSuggestions}});
     add({"*", "history"}, readOnly, Access::Model, {{"GET", documentHistory}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
     add({"*", "share_links"}, readOnly, Access::Model, {{"GET", documentShareLinks}});
     add({"*", "thumb"}, readOnly, Access::Model, {{"GET", documentThumbnail}});
     add({"*", "preview"}, readOnly, Access::Model, {{"GET", documentPreview}});
     add({"*", "download"}, readOnly, Access::Model, {{"GET", documentDownload}});
     m_routes.push_back({{"share", "*"}, readOnly, Access::Public, "", {{"GET", openShareLink}}, true});
+    add({"*", "root"}, readOnly, Access::Model, {{"GET", documentRoot}});
+    m_routes.back().lives = Lives::InThree;
 }
 
 void Routes::addOtherRoutes() {
@@ -267,11 +208,20 @@ void Routes::addOtherRoutes() {
     add({"token"}, postOnly, Access::Public, "", {{"POST", login}});
     add({"tasks"}, readOnly, Access::Model, "paperlesstask", {{"GET", listTasks}});
     add({"tasks", "acknowledge"}, postOnly, Access::LoggedIn, "", {{"POST", acknowledgeTasks}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
+    add({"acknowledge_tasks"}, postOnly, Access::LoggedIn, "", {{"POST", acknowledgeTasks}});
+    m_routes.back().lives = Lives::InTwoSeven;
+    add({"tasks", "active"}, readOnly, Access::Model, "paperlesstask", {{"GET", activeTasks}});
+    m_routes.back().lives = Lives::InThree;
     add({"tasks", "*"}, readOnly, Access::Model, "paperlesstask", {{"GET", getTask}});
+    add({"share_link_bundles"}, listMethods, Access::Model, "sharelinkbundle", {{"GET", emptyList}});
+    m_routes.back().lives = Lives::InThree;
     add({"trash"}, listMethods, Access::LoggedIn, "", {{"GET", listTrash}, {"POST", changeTrash}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
     add({"ui_settings"}, listMethods, Access::Model, "uisettings", {{"GET", getUiSettings}, {"POST", setUiSettings}});
     add({"statistics"}, readOnly, Access::LoggedIn, "", {{"GET", getStatistics}});
     add({"search"}, readOnly, Access::LoggedIn, "", {{"GET", globalSearch}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
     add({"search", "autocomplete"}, readOnly, Access::LoggedIn, "", {{"GET", autocomplete}});
     add({"bulk_edit_objects"}, postOnly, Access::LoggedIn, "", {{"POST", bulkEditObjects}});
     add({"profile"}, "GET, PATCH, HEAD, OPTIONS", Access::LoggedIn, "", {{"GET", getProfile}});
@@ -282,20 +232,22 @@ void Routes::addOtherRoutes() {
     add({"mail_accounts"}, listMethods, Access::Model, "mailaccount", {{"GET", emptyList}});
     add({"mail_rules"}, listMethods, Access::Model, "mailrule", {{"GET", emptyList}});
     add({"processed_mail"}, readOnly, Access::Model, "processedmail", {{"GET", emptyList}});
+    m_routes.back().lives = Lives::SinceTwoTwenty;
 }
 
-Response Routes::respond(State& state, const Request& request, const Dialect& dialect, Match& match) {
+Response Routes::respond(State& state, const Request& request, Match& match) {
+    const auto& release = state.release;
     const auto& route = *match.route;
-    Context context{state, request, nullptr, dialect.standard(), match.arguments, dialect.version};
+    Context context{state, request, nullptr, release, apiShapeOf(release.mode, release.standard), match.arguments};
     auto method = request.method == "HEAD" ? std::string("GET") : request.method;
     auto handler = std::find_if(route.handlers.begin(), route.handlers.end(),
                                 [&](const auto& entry) { return entry.first == method; });
     if (route.isOutsideApi) return handler == route.handlers.end() ? csrfFailure() : handler->second(context);
 
-    auto negotiated = negotiate(request, dialect);
+    auto negotiated = negotiate(request, release);
     if (!negotiated.acceptable) return detail(406, "Could not satisfy the request Accept header.");
     if (negotiated.version == 0) return detail(406, "Invalid version in \"Accept\" header.");
-    context.version = negotiated.version;
+    context.api = apiShapeOf(release.mode, negotiated.version);
     if (route.access != Access::Public) {
         auto login = loginOf(state, request);
         if (login.user == nullptr) {
@@ -306,6 +258,8 @@ Response Routes::respond(State& state, const Request& request, const Dialect& di
         match.isAuthenticated = true;
         context.user = login.user;
         auto needsModel = route.access == Access::Model && handler != route.handlers.end();
+        if (!release.checksRights && (route.model == "paperlesstask" || route.model == "uisettings"))
+            needsModel = false;
         if (needsModel && !hasPermission(state, *login.user, std::string(actionOf(method)) + route.model))
             return forbidden();
     }
@@ -314,7 +268,8 @@ Response Routes::respond(State& state, const Request& request, const Dialect& di
     return handler->second(context);
 }
 
-Answer Routes::answer(State& state, const Request& request, const Dialect& dialect) {
+Answer Routes::answer(State& state, const Request& request) {
+    const auto& release = state.release;
     if (isPreflight(request)) return preflightAnswer(state);
     Match match;
     auto path = std::string_view(request.path);
@@ -322,7 +277,7 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     auto segments = segmentsOf(path.substr(std::min<std::size_t>(1, path.size())));
     for (const auto& route : m_routes) {
         if (!match.endsInSlash && !route.isOutsideApi) continue;
-        if (route.segments.size() != segments.size()) continue;
+        if (route.segments.size() != segments.size() || !livesIn(route.lives, release.mode)) continue;
         match.arguments.clear();
         auto fits = true;
         for (std::size_t index = 0; fits && index < segments.size(); ++index) {
@@ -340,7 +295,8 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     Response response;
     auto isReading = request.method == "GET" || request.method == "HEAD";
     if (match.route != nullptr) {
-        response = respond(state, request, dialect, match);
+        response = respond(state, request, match);
+        if (release.mode == ServerMode::V2_7) response = asTwoSeven(std::move(response), segments);
     } else if (request.path == "/api/") {
         response = redirect("schema/view/");
     } else if (isReading) {
@@ -361,13 +317,14 @@ Answer Routes::answer(State& state, const Request& request, const Dialect& diale
     auto variesByAccept = isApi && response.variesByAccept && match.route->access != Access::Public;
     std::string vary = variesByAccept ? "Accept, " : "";
     vary += "Accept-Language, origin, Cookie";
-    if (response.body.size() >= compressedLength) vary += ", Accept-Encoding";
+    auto isLong = response.body.size() >= compressedLength || (response.isFile && release.compressesAnyFile);
+    if (isLong && response.status != 304) vary += ", Accept-Encoding";
     headers.emplace_back("vary", vary);
     if (isApi && response.hasAllow) headers.emplace_back("allow", match.route->allow);
     headers.emplace_back("x-frame-options", "SAMEORIGIN");
     if (match.isAuthenticated) {
-        headers.emplace_back("x-api-version", std::to_string(dialect.highest));
-        headers.emplace_back("x-version", dialect.version);
+        headers.emplace_back("x-api-version", std::to_string(release.highest));
+        headers.emplace_back("x-version", release.version);
     }
     headers.emplace_back("content-language", languageOf(request));
     headers.emplace_back("x-content-type-options", "nosniff");

@@ -8,15 +8,6 @@
 
 namespace ledgerfinch::support {
 
-/// What the server says about itself and which API versions it takes.
-struct Dialect {
-    std::string version = "2.20.15";
-    int lowest = 1;
-    int highest = 9;
-
-    int standard() const { return highest; }
-};
-
 /// The parts that every answer carries, ready to be sent.
 struct Answer {
     int status = 200;
@@ -31,12 +22,12 @@ public:
     ~Routes();
 
     /// Carries the request out. The caller holds the lock on the state.
-    Answer answer(State& state, const Request& request, const Dialect& dialect);
+    Answer answer(State& state, const Request& request);
 
 private:
     struct Route;
     struct Match;
-    Response respond(State& state, const Request& request, const Dialect& dialect, Match& match);
+    Response respond(State& state, const Request& request, Match& match);
     std::vector<Route> m_routes;
     ListCache m_documentLists;
 

@@ -109,7 +109,7 @@ void addCustomFields(State& state, std::size_t count) {
         if (field.dataType == "select") {
             for (const char* label : {"Offen", "In Arbeit", "Erledigt"}) {
                 auto id = "sel" + sha1Hex(field.name + label).substr(0, 13);
-                field.options.push_back({id, label});
+                field.options.push_back({id, label, false});
             }
         }
         state.customFields[field.id] = std::move(field);
@@ -121,14 +121,14 @@ void addSavedViews(State& state, std::size_t count, Dice& dice) {
         SavedView view;
         view.id = state.takeId("saved_views");
         view.name = numbered("View", number);
-        view.showOnDashboard = dice.oneIn(2);
-        view.showInSidebar = !view.showOnDashboard;
+        view.owner = 3;
+        (dice.oneIn(2) ? view.onDashboardOf : view.inSidebarOf).insert(*view.owner);
         view.sortField = number % 3 == 0 ? "title" : "created";
         view.sortReverse = number % 2 == 0;
         view.filterRules.push_back(
             {6, std::to_string(1 + number % std::max<std::size_t>(1, state.table(Kind::Tag).size()))});
         if (number % 2 == 0) view.filterRules.push_back({0, std::string(dice.pick(words))});
-        view.owner = 3;
+
         state.savedViews[view.id] = std::move(view);
     }
 }

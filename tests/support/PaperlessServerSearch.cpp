@@ -130,6 +130,32 @@ void keep(SelectedDocuments& selected, const std::function<double(Id)>& score, b
     }
 }
 
+/// How often the words stand in a text that has them all, else 0.
+double wordScore(std::string_view text, const std::vector<std::string>& words) {
+    auto lower = lowerText(text);
+    double total = 0;
+    for (const auto& word : words) {
+        auto before = total;
+        for (auto at = lower.find(word); at != std::string::npos; at = lower.find(word, at + word.size()))
+            ++total;
+        if (total == before) return 0;
+    }
+    return total;
+}
+
+/// The searches that release 3 has besides the query.
+struct SimpleSearch {
+    std::string words;
+    bool onlyTitle = false;
+};
+
+std::optional<SimpleSearch> simpleSearch(const State& state, const Request& request) {
+    if (!state.release.hasSimpleSearch) return std::nullopt;
+    if (auto text = request.argument("text")) return SimpleSearch{*text, false};
+    if (auto title = request.argument("title_search")) return SimpleSearch{*title, true};
+    return std::nullopt;
+}
+
 } // namespace
 
 std::vector<std::string> wordsOf(std::string_view text) {
@@ -178,19 +204,32 @@ void applySearch(SelectedDocuments& selected, const State& state, const Request&
         }
         keep(
             selected, [&](Id id) { return scoreOf(state, state.documents.at(id), query); }, byScore);
+    } else if (auto plain = simpleSearch(state, request)) {
+        selected.isSearch = true;
+        auto words = wordsOf(plain->words);
+        auto score = [&](Id id) {
+            const auto& document = state.documents.at(id);
+            return wordScore(plain->onlyTitle ? document.title : document.title + "\n" + document.content, words);
+        };
+        keep(selected, score, byScore);
     }
 }
 
-Json searchHit(const State&, const Document& document, const std::string& query, double score, std::size_t rank) {
+Json searchHit(const State& state, const Document& document, const std::string& query, double score, std::size_t rank) {
     std::string highlights;
+    auto isThree = state.release.hasSimpleSearch;
     auto lower = lowerText(document.content);
     auto words = wordsOf(query);
     if (!words.empty() && lower.size() == document.content.size()) {
         if (auto at = lower.find(words.front()); at != std::string::npos) {
-            highlights = "<span class=\"match term0\">" + document.content.substr(at, words.front().size()) + "</span>";
+            auto word = document.content.substr(at, words.front().size());
+            highlights = isThree ? "<b>" + word + "</b>" : "<span class=\"match term0\">" + word + "</span>";
         }
     }
-    return Json{{"score", score}, {"highlights", highlights}, {"note_highlights", ""}, {"rank", rank}};
+    return Json{{"score", score},
+                {"highlights", highlights},
+                {"note_highlights", isThree ? Json() : Json("")},
+                {"rank", isThree ? rank + 1 : rank}};
 }
 
 } // namespace ledgerfinch::support

@@ -6,7 +6,7 @@
 
 namespace ledgerfinch::support {
 
-/// Narrows the selection when the request has "query" or "more_like_id".
+/// Narrows the selection when the request has "query" or "more_like_id", in release 3 also "text" or "title_search".
 void applySearch(SelectedDocuments& selected, const State& state, const Request& request);
 
 /// What a result of a search carries besides the document: score, highlights, rank.

@@ -3,6 +3,7 @@
 
 #include "support/PaperlessServerWire.h"
 
+#include <algorithm>
 #include <fstream>
 #include <stdexcept>
 
@@ -50,8 +51,19 @@ Note noteFrom(const Json& fields) {
     take(fields, "id", note.id);
     take(fields, "note", note.text);
     takeTime(fields, "created", note.created);
-    take(fields, "user", note.user);
+    auto user = fields.find("user");
+    if (user != fields.end()) take(user->is_object() ? *user : fields, user->is_object() ? "id" : "user", note.user);
     return note;
+}
+
+HistoryEntry historyFrom(const Json& fields) {
+    HistoryEntry entry;
+    take(fields, "id", entry.id);
+    takeTime(fields, "timestamp", entry.time);
+    take(fields, "action", entry.action);
+    take(fields, "changes", entry.changes);
+    take(fields, "actor", entry.actor);
+    return entry;
 }
 
 /// A select value comes as an index into the options.
@@ -66,10 +78,31 @@ CustomFieldValue valueFrom(const State& state, const Json& fields) {
     return value;
 }
 
+/// A record that is null goes, an unknown one comes, of any other the keys that differ.
+void changeRecords(Json& list, const Json& changes) {
+    for (const auto& [key, fields] : changes.items()) {
+        auto id = std::stoll(key);
+        auto found = std::find_if(list.begin(), list.end(), [&](const Json& one) { return one.at("id") == id; });
+        if (fields.is_null()) {
+            if (found != list.end()) list.erase(found);
+        } else if (found == list.end()) {
+            list.push_back(fields);
+        } else {
+            found->update(fields);
+        }
+    }
+}
+
 Json readFile(const std::filesystem::path& file) {
     std::ifstream stream(file);
     if (!stream) throw std::runtime_error("Can't read " + file.string());
-    return Json::parse(stream);
+    auto json = Json::parse(stream);
+    if (!json.contains("base")) return json;
+    auto base = readFile(file.parent_path() / json["base"].get<std::string>());
+    for (const auto& [table, changes] : json.at("changes").items())
+        changeRecords(base[table], changes);
+    base.update(json);
+    return base;
 }
 
 template <typename Record, typename Table, typename Apply>
@@ -96,7 +129,7 @@ Task taskFrom(const Json& fields) {
     take(fields, "acknowledged", task.acknowledged);
     std::string related;
     take(fields, "related_document", related);
-    if (!related.empty()) task.relatedDocument = std::stoll(related);
+    if (!related.empty()) (task.succeeded ? task.relatedDocument : task.duplicateOf) = std::stoll(related);
     take(fields, "owner", task.owner);
     return task;
 }
@@ -113,6 +146,8 @@ void applyFields(const State& state, Document& document, const Json& fields) {
     std::string created;
     take(fields, fields.contains("created_date") ? "created_date" : "created", created);
     if (!created.empty()) document.created = localDateText(parseTime(created).value_or(0));
+    if (!created.empty()) document.createdTime.reset();
+    takeTime(fields, "created", document.createdTime);
     takeTime(fields, "modified", document.modified);
     takeTime(fields, "added", document.added);
     takeTime(fields, "deleted_at", document.deletedAt);
@@ -134,6 +169,11 @@ void applyFields(const State& state, Document& document, const Json& fields) {
     take(fields, "page_count", document.pageCount);
     take(fields, "mime_type", document.mimeType);
     take(fields, "checksum", document.checksum);
+    if (fields.contains("history")) {
+        document.history.clear();
+        for (const auto& entry : fields["history"])
+            document.history.push_back(historyFrom(entry));
+    }
 }
 
 void applyFields(Attribute& attribute, const Json& fields) {
@@ -161,18 +201,17 @@ void applyFields(State& state, CustomField& field, const Json& fields) {
     field.options.clear();
     for (const auto& option : extra["select_options"]) {
         if (option.is_object() && option.contains("id")) {
-            field.options.push_back({option["id"].get<std::string>(), option.value("label", Json())});
+            field.options.push_back(
+                {option["id"].get<std::string>(), option.value("label", Json()), option.begin().key() == "id"});
         } else {
             auto number = std::to_string(state.takeId("select_options"));
-            field.options.push_back({"opt" + sha1Hex("option " + number).substr(0, 13), option});
+            field.options.push_back({"opt" + sha1Hex("option " + number).substr(0, 13), option, false});
         }
     }
 }
 
 void applyFields(SavedView& view, const Json& fields) {
     take(fields, "name", view.name);
-    take(fields, "show_on_dashboard", view.showOnDashboard);
-    take(fields, "show_in_sidebar", view.showInSidebar);
     take(fields, "sort_field", view.sortField);
     take(fields, "sort_reverse", view.sortReverse);
     if (fields.contains("filter_rules")) {
@@ -188,6 +227,13 @@ void applyFields(SavedView& view, const Json& fields) {
     if (fields.contains("display_mode")) view.displayMode = fields["display_mode"];
     if (fields.contains("display_fields")) view.displayFields = fields["display_fields"];
     take(fields, "owner", view.owner);
+    auto takeFlag = [&](const char* key, std::set<Id>& users) {
+        if (!fields.contains(key)) return;
+        users.erase(view.owner.value_or(0));
+        if (fields[key].get<bool>()) users.insert(view.owner.value_or(0));
+    };
+    takeFlag("show_on_dashboard", view.onDashboardOf);
+    takeFlag("show_in_sidebar", view.inSidebarOf);
     takePermissions(fields, view.permissions);
 }
 
@@ -213,11 +259,31 @@ void applyFields(User& user, const Json& fields) {
     take(fields, "groups", user.groups);
     take(fields, "user_permissions", user.permissions);
     take(fields, "token", user.token);
+    take(fields, "settings", user.settings);
 }
 
 void applyFields(Group& group, const Json& fields) {
     take(fields, "name", group.name);
     take(fields, "permissions", group.permissions);
+}
+
+void takeShownViews(State& state, User& user) {
+    auto views = user.settings.find("saved_views");
+    auto places = std::pair{"dashboard_views_visible_ids", "sidebar_views_visible_ids"};
+    auto takeIds = [&](const char* key) {
+        auto ids = views != user.settings.end() && views->is_object() ? views->value(key, Json()) : Json();
+        if (views != user.settings.end() && views->is_object()) views->erase(key);
+        return ids.is_array() ? ids.get<std::set<Id>>() : std::set<Id>{};
+    };
+    auto dashboard = takeIds(places.first), sidebar = takeIds(places.second);
+    auto show = [&](std::set<Id>& users, bool shown) {
+        users.erase(user.id);
+        if (shown) users.insert(user.id);
+    };
+    for (auto& [id, view] : state.savedViews) {
+        show(view.onDashboardOf, dashboard.contains(id));
+        show(view.inSidebarOf, sidebar.contains(id));
+    }
 }
 
 void seedRecorded(State& state, const std::filesystem::path& file, RecordedMoment moment) {
@@ -239,13 +305,18 @@ void seedRecorded(State& state, const std::filesystem::path& file, RecordedMomen
                       [&](CustomField& field, const Json& fields) { applyFields(state, field, fields); });
     fill<SavedView>(state, "saved_views", json.at("saved_views"), state.savedViews, plain);
     fill<ShareLink>(state, "share_links", json.at("share_links"), state.shareLinks, plain);
+    for (auto& [id, user] : state.users) {
+        if (user.settings.contains("saved_views")) takeShownViews(state, user);
+    }
     state.reserveId("saved_views", json.at("last_saved_view").get<Id>());
-    auto lastDocument = moment == RecordedMoment::AfterUploads ? Id(1) << 60 : json.at("first_upload").get<Id>() - 1;
+    auto firstUpload = json.at("first_upload").get<Id>();
     for (const auto& fields : json.at("documents")) {
         Document document;
         document.id = fields.at("id").get<Id>();
-        if (document.id > lastDocument) continue;
         applyFields(state, document, fields);
+        if (document.id >= firstUpload)
+            state.fileTexts[document.originalFileName.value_or("")] = {document.content, {}};
+        if (document.id >= firstUpload && moment == RecordedMoment::BeforeUploads) continue;
         document.filed = document.modified;
         for (const auto& note : document.notes)
             state.reserveId("notes", note.id);
@@ -259,6 +330,9 @@ void seedRecorded(State& state, const std::filesystem::path& file, RecordedMomen
             state.tasks[task.id] = std::move(task);
         }
     }
+    const auto dates = json.value("read_dates", Json::object());
+    for (const auto& [name, date] : dates.items())
+        state.fileTexts[name].date = date;
     state.changed();
 }
 

@@ -17,10 +17,14 @@ void applyFields(ShareLink& link, const Json& fields);
 void applyFields(User& user, const Json& fields);
 void applyFields(Group& group, const Json& fields);
 
+/// Moves the ids of shown views out of a user's settings into the views.
+void takeShownViews(State& state, User& user);
+
 /// What the recorded server held before documents were uploaded to it, or after.
 enum class RecordedMoment { BeforeUploads, AfterUploads };
 
-/// Fills an empty state from the file that holds the recorded state. Throws std::runtime_error without it.
+/// Fills an empty state from the file that holds the recorded state, or what changes of another one make it.
+/// Throws std::runtime_error without it.
 void seedRecorded(State& state, const std::filesystem::path& file, RecordedMoment moment);
 
 /// admin, alice, bob, carol and dora with ids 3 to 7 and the groups 1 and 2; passwords are NAME-pass.

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "support/PaperlessServerSerialize.h"
 
+#include "support/PaperlessServerFiles.h"
 #include "support/PaperlessServerPermissions.h"
 
 #include <algorithm>
@@ -10,8 +11,6 @@ namespace ledgerfinch::support {
 namespace {
 
 constexpr std::size_t truncatedLength = 550;
-constexpr std::string_view passwordStars =
-    "*****************************************************************************************";
 
 /// The palette of the first API version, which numbered its colours.
 constexpr std::array<std::string_view, 13> oldColors{"#a6cee3", "#1f78b4", "#b2df8a", "#33a02c", "#fb9a99",
@@ -46,8 +45,8 @@ std::vector<Id> tagsByName(const State& state, std::vector<Id> tags) {
     return tags;
 }
 
-Json noteAuthor(const State& state, const Note& note, int version) {
-    if (version < versionWithNoteAuthors) return *note.user;
+Json noteAuthor(const State& state, const Note& note, const ApiShape& api) {
+    if (!api.hasNoteAuthors) return *note.user;
     if (!note.user) return nullptr;
     const auto& user = state.users.at(*note.user);
     return Json{
@@ -95,9 +94,32 @@ void appendOptionalText(FieldWriter& writer, std::string& to, std::string_view k
     }
 }
 
+Micros timeOf(const Document& document) {
+    return document.createdTime.value_or(parseTime(document.created).value_or(0));
+}
+
 bool isShared(const Document& document, const User& viewer) {
     return document.owner == viewer.id &&
            (!document.permissions.viewUsers.empty() || !document.permissions.viewGroups.empty());
+}
+
+/// Other documents with the same file, those in the trash included.
+Json duplicatesJson(const State& state, const Document& document) {
+    auto list = Json::array();
+    for (const auto& [id, other] : state.documents) {
+        if (id == document.id || document.checksum.empty() || other.checksum != document.checksum) continue;
+        list.push_back(duplicateJson(other));
+    }
+    return list;
+}
+
+/// Every document here has the one version that it came with.
+Json versionsJson(const Document& document) {
+    return Json::array({Json{{"id", document.id},
+                             {"added", utcTimeText(document.added)},
+                             {"version_label", nullptr},
+                             {"checksum", checksumOf(document, true)},
+                             {"is_root", true}}});
 }
 
 /// Index of the option with this id, or -1.
@@ -118,7 +140,7 @@ Json orNull(const OptionalId& id) {
 DocumentShape shapeOf(const Context& context) {
     DocumentShape shape;
     shape.viewer = context.user;
-    shape.version = context.version;
+    shape.api = context.api;
     shape.fullPermissions = context.request.flag("full_perms");
     shape.truncated = context.request.flag("truncate_content");
     if (auto fields = context.request.argument("fields")) {
@@ -147,22 +169,22 @@ std::string publicFileName(const State& state, const Document& document, std::st
     return name;
 }
 
-Json customFieldValueJson(const State& state, const CustomFieldValue& value, int version) {
+Json customFieldValueJson(const State& state, const CustomFieldValue& value, const ApiShape& api) {
     auto field = state.customFields.find(value.field);
     if (field == state.customFields.end() || field->second.dataType != "select") return value.value;
     auto index = optionIndex(field->second, value.value);
-    if (index < 0) return nullptr;
-    return version >= versionWithOptionIds ? value.value : Json(index);
+    if (index < 0) return api.hasOptionIds && state.leavesRemovedOptions ? value.value : Json();
+    return api.hasOptionIds ? value.value : Json(index);
 }
 
-std::optional<Json> notesJson(const State& state, const Document& document, int version) {
+std::optional<Json> notesJson(const State& state, const Document& document, const ApiShape& api) {
     auto list = Json::array();
     for (const auto& note : document.notes) {
-        if (!note.user && version < versionWithNoteAuthors) return std::nullopt;
+        if (!note.user && !api.hasNoteAuthors) return std::nullopt;
         list.push_back(Json{{"id", note.id},
                             {"note", note.text},
                             {"created", localTimeText(note.created)},
-                            {"user", noteAuthor(state, note, version)}});
+                            {"user", noteAuthor(state, note, api)}});
     }
     return list;
 }
@@ -181,8 +203,10 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
         writer.text("content", document.content);
     }
     if (writer.key("tags")) appendIds(to, tagsByName(state, document.tags));
-    if (shape.version >= versionWithPlainDates) {
+    if (shape.api.hasPlainDates) {
         writer.text("created", document.created);
+    } else if (shape.api.keepsTimeOfDay && document.createdTime) {
+        writer.text("created", localTimeText(*document.createdTime));
     } else {
         writer.text("created", localMidnightText(document.created));
     }
@@ -195,6 +219,8 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     appendOptionalText(writer, to, "original_file_name", document.originalFileName);
     appendOptionalText(writer, to, "archived_file_name",
                        document.hasArchive ? std::optional(publicFileName(state, document, ".pdf")) : std::nullopt);
+    if (shape.api.hasVersions && writer.key("duplicate_documents"))
+        to += textOf(shape.withDuplicates ? duplicatesJson(state, document) : Json::array());
     writer.id("owner", document.owner);
     if (shape.fullPermissions) {
         if (writer.key("permissions")) appendPermissions(to, document.permissions);
@@ -205,7 +231,7 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
         writer.boolean("is_shared_by_requester", shape.viewer != nullptr && isShared(document, *shape.viewer));
     }
     if (writer.key("notes")) {
-        auto notes = shape.withoutNotes ? Json::array() : notesJson(state, document, shape.version);
+        auto notes = shape.withoutNotes ? Json::array() : notesJson(state, document, shape.api);
         if (!notes) return false;
         to += textOf(*notes);
     }
@@ -214,7 +240,7 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
         for (std::size_t index = 0; index < document.customFields.size(); ++index) {
             const auto& value = document.customFields[index];
             to += index > 0 ? ",{\"value\":" : "{\"value\":";
-            to += textOf(customFieldValueJson(state, value, shape.version));
+            to += textOf(customFieldValueJson(state, value, shape.api));
             to += ",\"field\":";
             appendNumber(to, value.field);
             to += '}';
@@ -223,6 +249,10 @@ bool appendDocument(std::string& to, const State& state, const Document& documen
     }
     writer.id("page_count", document.pageCount);
     writer.text("mime_type", document.mimeType);
+    if (shape.api.hasVersions) {
+        writer.id("root_document", std::nullopt);
+        if (writer.key("versions")) to += textOf(versionsJson(document));
+    }
     to += extra;
     to += '}';
     return true;
@@ -238,7 +268,7 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     Json json{{"id", attribute.id}, {"slug", slugOf(attribute.name)}, {"name", attribute.name}};
     if (kind == Kind::StoragePath) json["path"] = attribute.path;
     if (kind == Kind::Tag) {
-        if (shape.version < 2) {
+        if (shape.api.hasNumberedColors) {
             json["colour"] = oldColorNumber(attribute.color);
         } else {
             json["color"] = attribute.color;
@@ -252,11 +282,13 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     if (shape.documentCount) json["document_count"] = *shape.documentCount;
     if (kind == Kind::Correspondent && shape.withLastCorrespondence) {
         json["last_correspondence"] = nullptr;
-        std::string last;
+        const Document* last = nullptr;
         for (const auto& [id, document] : state.documents) {
-            if (!document.deletedAt && document.correspondent == attribute.id) last = std::max(last, document.created);
+            if (document.deletedAt || document.correspondent != attribute.id) continue;
+            if (last == nullptr || timeOf(*last) < timeOf(document)) last = &document;
         }
-        if (!last.empty()) json["last_correspondence"] = last;
+        if (last != nullptr)
+            json["last_correspondence"] = shape.api.keepsTimeOfDay ? localTimeText(timeOf(*last)) : last->created;
     }
     json["owner"] = orNull(attribute.owner);
     if (shape.fullPermissions) {
@@ -266,7 +298,7 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
                                       ? !attribute.owner
                                       : mayChange(*shape.viewer, attribute.owner, attribute.permissions);
     }
-    if (kind != Kind::Tag || shape.version < 2) return json;
+    if (kind != Kind::Tag || !shape.api.hasNestedTags) return json;
     json["parent"] = orNull(attribute.parent);
     auto children = Json::array();
     for (const auto& [id, child] : state.table(Kind::Tag)) {
@@ -283,13 +315,14 @@ Json attributeJson(const State& state, Kind kind, const Attribute& attribute, co
     return json;
 }
 
-Json customFieldJson(const CustomField& field, int version, std::optional<std::int64_t> documentCount) {
+Json customFieldJson(const CustomField& field, const ApiShape& api, std::optional<std::int64_t> documentCount) {
     Json json{{"id", field.id}, {"name", field.name}, {"data_type", field.dataType}};
     if (field.dataType == "select") {
         auto options = Json::array();
         for (const auto& option : field.options) {
-            if (version >= versionWithOptionIds) {
-                options.push_back(Json{{"id", option.id}, {"label", option.label}});
+            if (api.hasOptionIds) {
+                options.push_back(option.isIdFirst ? Json{{"id", option.id}, {"label", option.label}}
+                                                   : Json{{"label", option.label}, {"id", option.id}});
             } else {
                 options.push_back(option.label);
             }
@@ -302,78 +335,10 @@ Json customFieldJson(const CustomField& field, int version, std::optional<std::i
     return json;
 }
 
-Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions) {
-    auto rules = Json::array();
-    for (const auto& rule : view.filterRules)
-        rules.push_back(Json{{"rule_type", rule.ruleType}, {"value", rule.value ? Json(*rule.value) : Json(nullptr)}});
-    Json json{{"id", view.id},
-              {"name", view.name},
-              {"show_on_dashboard", view.showOnDashboard},
-              {"show_in_sidebar", view.showInSidebar},
-              {"sort_field", view.sortField ? Json(*view.sortField) : Json(nullptr)},
-              {"sort_reverse", view.sortReverse},
-              {"filter_rules", std::move(rules)},
-              {"page_size", view.pageSize},
-              {"display_mode", view.displayMode},
-              {"display_fields", view.displayFields},
-              {"owner", orNull(view.owner)}};
-    if (fullPermissions) {
-        json["permissions"] = permissionsJson(view.permissions);
-    } else {
-        json["user_can_change"] = mayChange(viewer, view.owner, view.permissions);
-    }
-    return json;
-}
-
-Json shareLinkJson(const ShareLink& link) {
-    return Json{{"id", link.id},
-                {"created", localTimeText(link.created)},
-                {"expiration", link.expiration ? Json(localTimeText(*link.expiration)) : Json(nullptr)},
-                {"slug", link.slug},
-                {"document", link.document},
-                {"file_version", link.fileVersion}};
-}
-
-Json groupJson(const Group& group) {
-    return Json{{"id", group.id}, {"name", group.name}, {"permissions", group.permissions}};
-}
-
-Json userJson(const State& state, const User& user) {
-    return Json{{"id", user.id},
-                {"username", user.username},
-                {"email", user.email},
-                {"password", passwordStars},
-                {"first_name", user.firstName},
-                {"last_name", user.lastName},
-                {"date_joined", localTimeText(user.dateJoined)},
-                {"is_staff", user.isStaff},
-                {"is_active", user.isActive},
-                {"is_superuser", user.isSuperuser},
-                {"groups", user.groups},
-                {"user_permissions", user.permissions},
-                {"inherited_permissions", inheritedPermissions(state, user)},
-                {"is_mfa_enabled", false}};
-}
-
-Json taskJson(const Task& task) {
-    auto status = task.state == TaskState::Pending   ? "PENDING"
-                  : task.state == TaskState::Started ? "STARTED"
-                  : task.succeeded                   ? "SUCCESS"
-                                                     : "FAILURE";
-    auto isDone = task.state == TaskState::Done;
-    return Json{
-        {"id", task.id},
-        {"task_id", task.taskId},
-        {"task_name", "consume_file"},
-        {"task_file_name", task.fileName},
-        {"date_created", localTimeText(task.created)},
-        {"date_done", task.done ? Json(localTimeText(*task.done)) : Json(nullptr)},
-        {"type", "auto_task"},
-        {"status", status},
-        {"result", isDone ? Json(task.result) : Json(nullptr)},
-        {"acknowledged", task.acknowledged},
-        {"related_document", task.relatedDocument ? Json(std::to_string(*task.relatedDocument)) : Json(nullptr)},
-        {"owner", orNull(task.owner)}};
+Json duplicateJson(const Document& document) {
+    return Json{{"id", document.id},
+                {"title", document.title},
+                {"deleted_at", document.deletedAt ? Json(utcTimeText(*document.deletedAt)) : Json(nullptr)}};
 }
 
 DocumentCounts countDocuments(const State& state, const User& viewer) {

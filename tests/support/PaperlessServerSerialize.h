@@ -6,18 +6,14 @@
 
 namespace ledgerfinch::support {
 
-/// API versions from which a document's parts look different.
-inline constexpr int versionWithOptionIds = 7;
-inline constexpr int versionWithNoteAuthors = 8;
-inline constexpr int versionWithPlainDates = 9;
-
 struct DocumentShape {
     const User* viewer = nullptr; ///< empty: nobody in particular, as in the global search
-    int version = 2;
+    ApiShape api;
     bool fullPermissions = false;
     bool truncated = false;
     std::vector<std::string> fields; ///< empty: all
     bool withoutNotes = false;       ///< the trash hides them
+    bool withDuplicates = false;     ///< looked for when one document is asked for
 };
 
 DocumentShape shapeOf(const Context& context);
@@ -36,7 +32,7 @@ Json permissionsJson(const ObjectPermissions& permissions);
 
 struct AttributeShape {
     const User* viewer = nullptr;
-    int version = 2;
+    ApiShape api;
     bool fullPermissions = false;
     std::optional<std::int64_t> documentCount; ///< left out of the answers to POST
     bool withLastCorrespondence = false;
@@ -44,15 +40,21 @@ struct AttributeShape {
 Json attributeJson(const State& state, Kind kind, const Attribute& attribute, const AttributeShape& shape,
                    const DocumentCounts* counts = nullptr);
 
-Json customFieldJson(const CustomField& field, int version, std::optional<std::int64_t> documentCount);
-Json customFieldValueJson(const State& state, const CustomFieldValue& value, int version);
-Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions);
+Json customFieldJson(const CustomField& field, const ApiShape& api, std::optional<std::int64_t> documentCount);
+Json customFieldValueJson(const State& state, const CustomFieldValue& value, const ApiShape& api);
+Json savedViewJson(const SavedView& view, const User& viewer, bool fullPermissions, const ApiShape& api);
 Json shareLinkJson(const ShareLink& link);
 Json groupJson(const Group& group);
 Json userJson(const State& state, const User& user);
-Json taskJson(const Task& task);
+Json taskJson(const State& state, const Task& task, const ApiShape& api);
+/// "pending", "started", "success" or "failure"
+std::string_view taskStatus(const Task& task);
+/// "consume_file" or what else the worker does
+std::string_view taskKindName(const Task& task);
+/// A document as another one's twin.
+Json duplicateJson(const Document& document);
 /// Empty when an author is gone and the version can't say so.
-std::optional<Json> notesJson(const State& state, const Document& document, int version);
+std::optional<Json> notesJson(const State& state, const Document& document, const ApiShape& api);
 
 /// How many documents of each attribute this user sees.
 DocumentCounts countDocuments(const State& state, const User& viewer);

@@ -5,6 +5,7 @@
 #include "support/PaperlessServerEndpoints.h"
 #include "support/PaperlessServerFiles.h"
 #include "support/PaperlessServerMatching.h"
+#include "support/PaperlessServerPaging.h"
 #include "support/PaperlessServerPermissions.h"
 #include "support/PaperlessServerSerialize.h"
 #include "support/PaperlessServerValidation.h"
@@ -71,12 +72,14 @@ std::string refusal(const State& state, Task& task, const std::string& checksum)
         if (upload.archiveSerialNumber && document.archiveSerialNumber == upload.archiveSerialNumber)
             return refuse("Given ASN " + std::to_string(*upload.archiveSerialNumber) + " already exists!");
     }
+    auto mayRepeat = state.release.repeatsFiles && !state.refusesDuplicates;
     for (const auto& [id, document] : state.documents) {
-        if (document.checksum != checksum) continue;
-        auto text = refuse("It is a duplicate of " + document.title + " (#" + std::to_string(id) + ").");
-        if (document.deletedAt) return text + " Note: existing document is in the trash.";
-        task.relatedDocument = id;
-        return text;
+        if (mayRepeat || document.checksum != checksum) continue;
+        auto text = refuse("It is a duplicate of " + document.title + " (#" + std::to_string(id) + ")" +
+                           (state.release.mode == ServerMode::V2_7 ? "" : "."));
+        task.duplicateOf = id;
+        task.duplicateInTrash = document.deletedAt.has_value();
+        return task.duplicateInTrash ? text + " Note: existing document is in the trash." : text;
     }
     if (upload.mimeType == "application/pdf" && !isWholePdf(*upload.file))
         return task.fileName + ": Error occurred while consuming document " + task.fileName + ": InputFileError: ";
@@ -116,16 +119,20 @@ void consume(State& state, Task& task) {
         std::string(textPrefix(upload.title.empty() ? stemOf(task.fileName) : upload.title, longestStoredTitle));
     document.mimeType = upload.mimeType;
     auto isText = upload.mimeType.starts_with("text/");
-    document.content = isText ? *upload.file : "Text of " + task.fileName;
+    auto known = state.fileTexts.find(task.fileName);
+    auto isKnown = known != state.fileTexts.end();
+    document.content = isText ? *upload.file : isKnown ? known->second.content : "Text of " + task.fileName;
     document.added = document.modified = document.filed = state.now();
-    document.created = upload.createdDate.empty() ? localDateText(document.added) : upload.createdDate;
+    auto found = isKnown && !known->second.date.empty() ? known->second.date : localDateText(document.added);
+    document.created = upload.createdDate.empty() ? found : upload.createdDate;
     document.correspondent = upload.correspondent;
     document.documentType = upload.documentType;
     document.storagePath = upload.storagePath;
     document.tags = upload.tags;
     document.archiveSerialNumber = upload.archiveSerialNumber;
     document.originalFileName = task.fileName;
-    document.hasArchive = !isText;
+    // Release 3 keeps no second file of a PDF that was born as one.
+    document.hasArchive = !isText && (state.release.archivesEveryPdf || upload.mimeType != "application/pdf");
     document.owner = task.owner;
     for (auto field : upload.customFields)
         document.customFields.push_back({field, nullptr});
@@ -144,15 +151,45 @@ void consume(State& state, Task& task) {
 void advanceTask(State& state, Task& task) {
     if (task.state == TaskState::Pending) {
         task.state = TaskState::Started;
+        task.started = state.now();
     } else if (task.state == TaskState::Started) {
-        consume(state, task);
+        if (task.kind == TaskKind::Consume) {
+            consume(state, task);
+        } else {
+            task.done = state.now();
+            task.succeeded = true;
+            for (auto id : task.touches) {
+                if (auto* document = state.liveDocument(id)) document->modified = *task.done;
+            }
+        }
         task.state = TaskState::Done;
     }
     state.changed();
 }
 
+Task& addTask(State& state, TaskKind kind) {
+    Task task;
+    task.kind = kind;
+    task.id = state.takeId("tasks");
+    task.taskId = newTaskId(state);
+    task.created = state.now();
+    return state.tasks[task.id] = std::move(task);
+}
+
+void finishAtOnce(State& state, Task& task) {
+    while (state.taskPace == TaskPace::Immediate && task.state != TaskState::Done)
+        advanceTask(state, task);
+    state.changed();
+}
+
+/// In the oldest release tasks were nobody's.
+bool maySeeTask(const Context& context, const Task& task) {
+    return !context.release.checksRights || maySee(*context.user, task.owner, {});
+}
+
 Response uploadDocument(Context& context) {
-    if (!hasPermission(context.state, *context.user, "add_document")) return bareText(403, "Insufficient permissions");
+    auto mayAdd = !context.release.checksRights || hasPermission(context.state, *context.user, "add_document");
+    if (!mayAdd) return bareText(403, "Insufficient permissions");
     auto form = formJson(context.request);
     BodyReader body(form, false);
     Upload upload;
@@ -180,49 +217,70 @@ Response uploadDocument(Context& context) {
     body.relations("custom_fields", upload.customFields, existsIn(state.customFields));
     if (body.failed()) return body.errors();
 
-    Task task;
-    task.id = state.takeId("tasks");
-    task.taskId = newTaskId(state);
+    auto& task = addTask(state, TaskKind::Consume);
     task.fileName = file->fileName;
-    task.created = state.now();
     task.owner = context.user->id;
     upload.file = std::make_shared<const std::string>(file->content);
     task.upload = std::move(upload);
-    auto& stored = state.tasks[task.id] = std::move(task);
-    while (state.taskPace == TaskPace::Immediate && stored.state != TaskState::Done)
-        advanceTask(state, stored);
-    state.changed();
-    return jsonResponse(stored.taskId);
+    finishAtOnce(state, task);
+    return jsonResponse(task.taskId);
 }
 
 Response listTasks(Context& context) {
-    auto wantedId = context.request.argument("task_id");
-    auto wantedState = context.request.argument("status");
-    auto acknowledged = context.request.argument("acknowledged");
-    auto list = Json::array();
+    const auto& request = context.request;
+    auto status = request.argument("status");
+    if (context.release.hasTaskQueue && status && lowerAscii(*status) != *status) {
+        auto text = "Select a valid choice. " + *status + " is not one of the available choices.";
+        return jsonResponse(Json{{"status", Json::array({text})}}, 400);
+    }
+    auto fits = [&](std::string_view key, std::string_view value) {
+        auto wanted = request.argument(key);
+        return !wanted || *wanted == value;
+    };
+    auto acknowledged = request.argument("acknowledged");
     std::vector<Id> seen;
     for (auto entry = context.state.tasks.rbegin(); entry != context.state.tasks.rend(); ++entry) {
-        auto& task = entry->second;
-        if (!maySee(*context.user, task.owner, {})) continue;
-        if (wantedId && task.taskId != *wantedId) continue;
-        if (acknowledged && task.acknowledged != context.request.flag("acknowledged")) continue;
-        auto json = taskJson(task);
-        if (wantedState && json["status"] != *wantedState) continue;
-        list.push_back(std::move(json));
+        const auto& task = entry->second;
+        if (!maySeeTask(context, task) || !fits("task_id", task.taskId)) continue;
+        if (!context.release.checksRights && task.acknowledged) continue;
+        if (acknowledged && task.acknowledged != request.flag("acknowledged")) continue;
+        if (status && lowerAscii(*status) != taskStatus(task)) continue;
+        if (!fits("task_name", taskKindName(task)) || !fits("task_type", taskKindName(task))) continue;
         seen.push_back(task.id);
+    }
+    auto json = [&](Id id) {
+        return taskJson(context.state, context.state.tasks.at(id), context.api);
+    };
+    Response response;
+    if (context.api.hasPagedTasks) {
+        response = pagedResponse(context, seen, [&](std::string& to, Id id) { to += textOf(json(id)); });
+    } else {
+        auto list = Json::array();
+        for (auto id : seen)
+            list.push_back(json(id));
+        response = jsonResponse(list);
     }
     if (context.state.taskPace == TaskPace::PerPoll) {
         for (auto id : seen)
             advanceTask(context.state, context.state.tasks.at(id));
+    }
+    return response;
+}
+
+Response activeTasks(Context& context) {
+    auto list = Json::array();
+    for (auto entry = context.state.tasks.rbegin(); entry != context.state.tasks.rend(); ++entry) {
+        const auto& task = entry->second;
+        if (task.state != TaskState::Done && maySee(*context.user, task.owner, {}))
+            list.push_back(taskJson(context.state, task, context.api));
     }
     return jsonResponse(list);
 }
 
 Response getTask(Context& context) {
     auto found = context.state.tasks.find(context.id());
-    if (found == context.state.tasks.end() || !maySee(*context.user, found->second.owner, {}))
-        return noMatch("PaperlessTask");
-    return jsonResponse(taskJson(found->second));
+    if (found == context.state.tasks.end() || !maySeeTask(context, found->second)) return noMatch("PaperlessTask");
+    return jsonResponse(taskJson(context.state, found->second, context.api));
 }
 
 Response acknowledgeTasks(Context& context) {
@@ -230,6 +288,15 @@ Response acknowledgeTasks(Context& context) {
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, false);
     std::vector<Id> ids;
+    if (context.release.hasTaskQueue && parsed.json.is_object() && parsed.json.value("all", Json()) == Json(true)) {
+        std::size_t count = 0;
+        for (auto& [id, task] : context.state.tasks) {
+            auto isNews = !task.acknowledged && task.state == TaskState::Done && maySee(*context.user, task.owner, {});
+            if (isNews) task.acknowledged = true;
+            count += isNews;
+        }
+        return jsonResponse(Json{{"result", count}});
+    }
     body.relations("tasks", ids, existsIn(context.state.tasks), true);
     if (body.has("tasks") && body.failed())
         body.fail("tasks", "Some tasks in tasks don't exist or were specified twice.");

@@ -11,10 +11,9 @@ namespace ledgerfinch::support {
 
 namespace {
 
-constexpr std::int64_t lastRuleType = 47;
 constexpr std::size_t slugLength = 50;
 
-void readRules(BodyReader& body, std::vector<FilterRule>& target) {
+void readRules(BodyReader& body, std::vector<FilterRule>& target, std::int64_t lastRuleType) {
     const auto* value = body.find("filter_rules");
     if (value == nullptr) {
         if (!body.isPartial()) body.fail("filter_rules", "This field is required.");
@@ -49,27 +48,58 @@ void readRules(BodyReader& body, std::vector<FilterRule>& target) {
     target = std::move(rules);
 }
 
-void readView(BodyReader& body, SavedView& view) {
+/// A flag is the owner's, where views are personal the asking user's.
+void readFlag(BodyReader& body, const Context& context, std::string_view key, const SavedView& view,
+              std::set<Id>& users) {
+    auto isPersonal = context.api.hasPersonalViews;
+    auto user = isPersonal ? context.user->id : view.owner.value_or(0);
+    auto isShown = users.contains(user);
+    if (!body.boolean(key, isShown, !isPersonal)) return;
+    users.erase(user);
+    if (isShown) users.insert(user);
+}
+
+void readView(BodyReader& body, const Context& context, SavedView& view) {
     body.text("name", view.name, {.required = true, .mayBeBlank = false, .longest = 128});
-    body.boolean("show_on_dashboard", view.showOnDashboard, true);
-    body.boolean("show_in_sidebar", view.showInSidebar, true);
+    if (context.api.hasPersonalViews) {
+        body.relation("owner", view.owner, existsIn(context.state.users));
+        body.permissions(context.state, view.permissions);
+    }
+    if (context.api.hasViewFlags) {
+        readFlag(body, context, "show_on_dashboard", view, view.onDashboardOf);
+        readFlag(body, context, "show_in_sidebar", view, view.inSidebarOf);
+    }
     body.optionalText("sort_field", view.sortField, 128);
     body.boolean("sort_reverse", view.sortReverse);
-    readRules(body, view.filterRules);
+    readRules(body, view.filterRules, context.release.lastRuleType);
     if (const auto* value = body.find("page_size")) view.pageSize = *value;
     if (const auto* value = body.find("display_mode")) view.displayMode = *value;
     if (const auto* value = body.find("display_fields")) view.displayFields = *value;
 }
 
-/// Saved views are shown to their owner only.
-SavedView* ownView(Context& context) {
+/// Before they were shared, saved views were shown to their owner only.
+bool isVisible(const Context& context, const SavedView& view) {
+    if (context.api.hasPersonalViews) return maySee(*context.user, view.owner, view.permissions);
+    return view.owner == context.user->id;
+}
+
+SavedView* visibleView(Context& context) {
     auto found = context.state.savedViews.find(context.id());
-    return found == context.state.savedViews.end() || found->second.owner != context.user->id ? nullptr
-                                                                                              : &found->second;
+    return found == context.state.savedViews.end() || !isVisible(context, found->second) ? nullptr : &found->second;
+}
+
+bool mayChangeView(const Context& context, const SavedView& view) {
+    return mayChange(*context.user, view.owner, view.permissions);
+}
+
+bool isNameTaken(const State& state, const SavedView& view) {
+    return std::any_of(state.savedViews.begin(), state.savedViews.end(), [&](const auto& entry) {
+        return entry.second.name == view.name && entry.second.owner == view.owner;
+    });
 }
 
 Response showView(const Context& context, const SavedView& view, int status = 200) {
-    return jsonResponse(savedViewJson(view, *context.user, context.request.flag("full_perms")), status);
+    return jsonResponse(savedViewJson(view, *context.user, context.request.flag("full_perms"), context.api), status);
 }
 
 /// 50 letters and digits that can't be guessed from outside a test.
@@ -90,7 +120,7 @@ ShareLink* visibleLink(Context& context) {
 Response listSavedViews(Context& context) {
     std::vector<const SavedView*> views;
     for (const auto& [id, view] : context.state.savedViews) {
-        if (view.owner == context.user->id) views.push_back(&view);
+        if (isVisible(context, view)) views.push_back(&view);
     }
     std::stable_sort(views.begin(), views.end(),
                      [](const auto* left, const auto* right) { return left->name < right->name; });
@@ -98,8 +128,8 @@ Response listSavedViews(Context& context) {
     for (const auto* view : views)
         ids.push_back(view->id);
     auto full = context.request.flag("full_perms");
-    return pagedResponse(context.request, ids, [&](std::string& to, Id id) {
-        to += textOf(savedViewJson(context.state.savedViews.at(id), *context.user, full));
+    return pagedResponse(context, ids, [&](std::string& to, Id id) {
+        to += textOf(savedViewJson(context.state.savedViews.at(id), *context.user, full, context.api));
     });
 }
 
@@ -109,8 +139,10 @@ Response createSavedView(Context& context) {
     BodyReader body(parsed.json, false);
     SavedView view;
     view.owner = context.user->id;
-    readView(body, view);
+    readView(body, context, view);
     if (body.failed()) return body.errors();
+    if (context.api.hasPersonalViews && isNameTaken(context.state, view))
+        return jsonResponse(Json{{"error", "Object violates owner / name unique constraint"}}, 400);
     view.id = context.state.takeId("saved_views");
     context.state.savedViews[view.id] = view;
     context.state.changed();
@@ -118,18 +150,19 @@ Response createSavedView(Context& context) {
 }
 
 Response getSavedView(Context& context) {
-    const auto* view = ownView(context);
+    const auto* view = visibleView(context);
     return view == nullptr ? noMatch("SavedView") : showView(context, *view);
 }
 
 Response updateSavedView(Context& context) {
-    auto* view = ownView(context);
+    auto* view = visibleView(context);
     if (view == nullptr) return noMatch("SavedView");
+    if (!mayChangeView(context, *view)) return forbidden();
     auto parsed = parseBody(context.request);
     if (parsed.error) return *parsed.error;
     BodyReader body(parsed.json, context.request.method == "PATCH");
     auto changed = *view;
-    readView(body, changed);
+    readView(body, context, changed);
     if (body.failed()) return body.errors();
     *view = std::move(changed);
     context.state.changed();
@@ -137,8 +170,9 @@ Response updateSavedView(Context& context) {
 }
 
 Response deleteSavedView(Context& context) {
-    const auto* view = ownView(context);
+    const auto* view = visibleView(context);
     if (view == nullptr) return noMatch("SavedView");
+    if (!mayChangeView(context, *view)) return forbidden();
     context.state.savedViews.erase(view->id);
     context.state.changed();
     return noContent();
@@ -149,7 +183,7 @@ Response listShareLinks(Context& context) {
     for (const auto& [id, link] : context.state.shareLinks) {
         if (maySee(*context.user, link.owner, {})) ids.push_back(id);
     }
-    return pagedResponse(context.request, ids,
+    return pagedResponse(context, ids,
                          [&](std::string& to, Id id) { to += textOf(shareLinkJson(context.state.shareLinks.at(id))); });
 }
 
@@ -167,7 +201,8 @@ Response createShareLink(Context& context) {
     body.choice("file_version", link.fileVersion, {"archive", "original"});
     if (body.failed()) return body.errors();
     const auto& shared = *context.state.liveDocument(*document);
-    if (!mayChange(*context.user, shared.owner, shared.permissions)) return detail(403, "Insufficient permissions.");
+    auto mayShare = !context.release.checksRights || mayChange(*context.user, shared.owner, shared.permissions);
+    if (!mayShare) return detail(403, "Insufficient permissions.");
     link.id = context.state.takeId("share_links");
     link.created = context.state.now();
     link.slug = newSlug(context.state);

@@ -2,6 +2,7 @@
 // Requests and answers between the HTTP side and the endpoints, and the bodies that errors have.
 #pragma once
 
+#include "support/PaperlessServerModes.h"
 #include "support/PaperlessServerRecords.h"
 
 #include <functional>
@@ -28,6 +29,7 @@ struct Request {
     std::vector<std::pair<std::string, std::string>> headers; ///< names in lower case
     std::string body;
     std::vector<FormPart> parts; ///< of a multipart or URL-encoded form
+    std::string clientAddress;
 
     std::string_view header(std::string_view lowerName) const;
     /// The last value of a query key, as Django's QueryDict gives it.
@@ -43,6 +45,7 @@ struct Response {
     std::vector<std::pair<std::string, std::string>> headers;
     bool variesByAccept = true; ///< error pages and the login don't look at Accept
     bool hasAllow = true;
+    bool isFile = false; ///< release 3 takes any length of one for worth compressing
 };
 
 Response jsonResponse(const Json& body, int status = 200);
@@ -82,9 +85,9 @@ struct Context {
     State& state;
     const Request& request;
     const User* user = nullptr; ///< empty for public endpoints only
-    int version = 2;
+    const Release& release;
+    ApiShape api;
     std::vector<std::string> arguments; ///< the variable segments of the path
-    std::string serverVersion;
 
     Id id(std::size_t index = 0) const;
 };

@@ -19,6 +19,11 @@ public:
         m_count = 0;
         m_failAt = operation;
     }
+    /// That one and all after it; negative: none.
+    void failFrom(std::int64_t operation) {
+        m_count = 0;
+        m_failFrom = operation;
+    }
     [[nodiscard]] std::int64_t count() const { return m_count; }
 
     Result<void> createDirectories(const std::filesystem::path& folder) override {
@@ -52,12 +57,16 @@ public:
     [[nodiscard]] bool exists(const std::filesystem::path& path) const override { return m_files->exists(path); }
 
 private:
-    bool fails() { return m_count++ == m_failAt; }
+    bool fails() {
+        const auto operation = m_count++;
+        return operation == m_failAt || (m_failFrom >= 0 && operation >= m_failFrom);
+    }
     static Error failure() { return {"the disk said no", 5}; }
 
     std::unique_ptr<FileSystem> m_files;
     std::atomic<std::int64_t> m_count{0};
     std::atomic<std::int64_t> m_failAt{-1};
+    std::atomic<std::int64_t> m_failFrom{-1};
 };
 
 } // namespace ledgerfinch::test

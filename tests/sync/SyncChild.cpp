@@ -43,6 +43,6 @@ int main(int argc, char** argv) {
         device.driver().downloads().wait();
         return ended;
     });
-    tell("outcome", static_cast<std::int64_t>(outcome));
+    tell("outcome", static_cast<std::int64_t>(outcome.outcome));
     return 0;
 }

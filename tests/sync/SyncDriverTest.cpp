@@ -224,6 +224,8 @@ class SyncOfVersion : public ::testing::TestWithParam<Gate> {};
 TEST_P(SyncOfVersion, AsksForWhatTheServerHas) {
     SyncWorld world(3);
     auto& device = world.device();
+    ASSERT_EQ(device.sync(), SyncOutcome::Finished) << "an empty store asks for everything, whatever the date";
+    world.requested();
     (void)device.settings().set("server_version", GetParam().version);
     device.pretendSynced("2024-01-02");
     device.sync();
@@ -302,14 +304,17 @@ TEST(SyncDriver, ADateThatIsNotTheServersOwnIsNotTrusted) {
 }
 
 TEST(SyncDriver, WhatTheStoreLacksIsFetchedThoughItDidNotChange) {
-    for (const int documents : {3, 120}) { // one by one, and in pages
-        SyncWorld world(documents);
+    for (const std::int64_t lost : {2, 119}) { // one by one, and in pages
+        SyncWorld world(120);
         auto& device = world.device();
         ASSERT_EQ(device.sync(), SyncOutcome::Finished);
         const auto before = device.ids("CD_Document");
-        device.core().resetStore(); // as a lost store: the settings still know the date
+        for (std::int64_t id = 1; id <= lost; ++id)
+            device.core().deleteDocument(device.core().getDocument(id));
+        world.requested();
         EXPECT_EQ(device.sync(), SyncOutcome::Finished);
         EXPECT_EQ(device.ids("CD_Document"), before);
+        EXPECT_THAT(world.requested(), Contains(kAllIds));
     }
 }
 

@@ -16,7 +16,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-Result<SyncOutcome> perform(Device& device, const std::optional<std::string>& server = std::nullopt) {
+Result<SyncResult> perform(Device& device, const std::optional<std::string>& server = std::nullopt) {
     return offMain([&] {
         SyncWithServerIntent intent(device.services(), device.core());
         auto outcome = intent.perform(server);

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 #include <variant>
@@ -76,7 +77,7 @@ Device::Device(std::filesystem::path folder, const ServerAddress& server, std::s
 
 Device::~Device() = default;
 
-SyncOutcome Device::sync() {
+SyncResult Device::sync() {
     return offMain([this] {
         const auto outcome = m_driver->runSync(m_api, m_heard.observer());
         m_driver->downloads().wait();
@@ -97,6 +98,13 @@ std::vector<std::int64_t> Device::ids(std::string_view entity) {
             ids.push_back(std::get<std::int64_t>(object->value("id")));
     });
     return ids;
+}
+
+std::size_t Device::linesWith(std::string_view text) {
+    const auto records = m_log->records();
+    return static_cast<std::size_t>(std::count_if(records.begin(), records.end(), [&](const LogRecord& record) {
+        return record.message.find(text) != std::string::npos;
+    }));
 }
 
 std::string Device::differencesFromServer() {

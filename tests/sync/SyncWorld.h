@@ -64,7 +64,7 @@ public:
     ~Device();
 
     /// One pass of the real driver; the downloads that follow are waited for.
-    SyncOutcome sync();
+    SyncResult sync();
 
     [[nodiscard]] Services& services() { return m_services; }
     [[nodiscard]] UserDefaults& settings() { return *m_services.defaults; }
@@ -87,6 +87,8 @@ public:
     [[nodiscard]] std::vector<std::int64_t> ids(std::string_view entity);
     /// What the mirror holds otherwise than the server.
     [[nodiscard]] std::string differencesFromServer();
+    /// Lines of the log that hold this text.
+    [[nodiscard]] std::size_t linesWith(std::string_view text);
     [[nodiscard]] std::uint64_t rowsWritten() { return m_core->persistenceContainer()->rowsWritten(); }
 
 private:

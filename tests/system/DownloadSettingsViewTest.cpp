@@ -89,6 +89,43 @@ TEST_F(DownloadSettings, RemovingAllLeavesPreviewsAndDocuments) {
     EXPECT_EQ(device.ids("CD_Document").size(), 3U);
 }
 
+TEST_F(DownloadSettings, TheDocumentInHandDoesNotComeBackAfterTheRemoval) {
+    world.server().faults().onPath("/download/", support::Fault::stall());
+    view->chooseAllDocuments();
+    ASSERT_TRUE(waitUntil([&] { return world.server().faults().stalled() == 1; }));
+    int counts = 0;
+    QObject::connect(view.get(), &DownloadSettingsView::statisticsChanged, view.get(), [&] { ++counts; });
+    view->removeAllDownloads();
+    EXPECT_TRUE(waitUntil([&] { return counts > 0; })) << "and nobody waits for the server";
+    world.server().faults().clear();
+    offMain([&] {
+        device.driver().downloads().wait();
+        return 0;
+    });
+    EXPECT_EQ(device.core().documentFiles().downloadedFileStatistics().files, 0);
+}
+
+TEST_F(DownloadSettings, AChoiceAfterASwitchIsActedOnWithTheNewServer) {
+    support::PaperlessServer other;
+    other.generate(2);
+    other.start();
+    auto api = device.api();
+    DownloadSettingsView following(
+        device.services(), device.core(), [&api] { return api; }, device.driver().downloads());
+    int ended = 0;
+    QObject::connect(&following, &DownloadSettingsView::downloadsFinished, &following, [&] { ++ended; });
+
+    const auto entry = registerInstance(device.settings(), other.url());
+    ASSERT_TRUE(entry);
+    (void)device.settings().set("server", other.url());
+    ASSERT_TRUE(device.core().moveToStore(entry->store));
+    api = offMain([&] { return ApiHandler::withToken(device.services(), device.core(), other.url(), other.token()); });
+    offMain([&] { return device.driver().runSync(api, {}).outcome; });
+    following.chooseAllDocuments();
+    ASSERT_TRUE(waitUntil([&] { return ended == 1; }));
+    EXPECT_EQ(device.core().documentFiles().downloadedFileStatistics().files, 2);
+}
+
 TEST_F(DownloadSettings, InOfflineModeAChoiceIsKeptAndNobodyAsked) {
     (void)device.settings().set("offlineMode", true);
     world.requested();

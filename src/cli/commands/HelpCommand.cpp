@@ -15,6 +15,8 @@ constexpr std::array<OptionDescription, 1> kOptions{{
     {"man", "", "Write the manual page in roff."},
 }};
 
+constexpr std::array<ExitCode, 3> kEndsWith{ExitCode::Ok, ExitCode::Usage, ExitCode::CannotCreate};
+
 class HelpCommand final : public Command {
 public:
     std::string_view name() const override { return "help"; }
@@ -24,6 +26,7 @@ public:
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();
@@ -32,12 +35,12 @@ public:
             return ExitCode::Ok;
         }
         const auto wanted = arguments.positional(0);
-        if (wanted.empty()) {
+        if (arguments.positionals().empty()) {
             console.out << helpText();
             return ExitCode::Ok;
         }
         const auto* command = findCommand(wanted);
-        if (!command) return complainOfUsage(console, "Unknown command " + printable(wanted) + ".");
+        if (!command) return complainOfUsage(console, "Unknown command " + named(wanted) + ".");
         console.out << helpText(*command);
         return ExitCode::Ok;
     }

@@ -2,6 +2,9 @@
 #include "cli/BlockingWork.h"
 #include "cli/ConnectScreen.h"
 #include "cli/DisplayText.h"
+#include "cli/Interruption.h"
+#include "cli/ServerFailure.h"
+#include "cli/SessionLogin.h"
 #include "cli/Table.h"
 #include "cli/WaitForScreen.h"
 #include "cli/commands/Commands.h"
@@ -9,6 +12,8 @@
 #include "app/CompositionRoot.h"
 #include "connection/InstanceSwitch.h"
 #include "connection/Instances.h"
+#include "connection/SettingsChange.h"
+#include "connection/Status.h"
 #include "connection/screens/AddInstanceView.h"
 #include "connection/screens/ManageInstancesView.h"
 #include "records/JsonWriter.h"
@@ -63,15 +68,14 @@ ExitCode add(CommandContext& context, const Arguments& arguments) {
     if (!program) return context.failure();
     AddInstanceView view(program->services(), program->core());
     fillIn(view, *input, *program->services().defaults);
-    if (!runForm(view, [&] { view.connectToServer(); })) return ExitCode::Interrupted;
+    if (!runForm(view, [&] { view.connectToServer(); })) return complainOfInterruption(console);
     if (view.showSuccess()) {
+        tellDoubt(console, view, *input);
         console.out << "Instance added! Make it the active one with: ledgerfinch-cli instances use "
                     << printable(input->address()) << '\n';
         return ExitCode::Ok;
     }
-    const auto error = view.error().toStdString();
-    console.complain(printable(error, LineBreaks::Keep));
-    return exitCodeOfConnecting(error);
+    return complainOfConnecting(console, program->services(), view, *input);
 }
 
 /// Why the token of a server can't be used; absent when it can.
@@ -81,8 +85,7 @@ std::optional<std::string> obstacle(const ApiHandler::Restored& restored, const 
                printable(address);
     if (const auto* locked = std::get_if<ApiHandler::SecretsUnavailable>(&restored))
         return "The secret store that keeps the token is locked or doesn't answer: " + printable(locked->reason);
-    if (std::holds_alternative<ApiHandler::Refused>(restored))
-        return "The server didn't accept the stored token. Please log in again.";
+    if (std::holds_alternative<ApiHandler::Refused>(restored)) return failureText(address, 401, status::reasonFor(401));
     return std::nullopt;
 }
 
@@ -92,20 +95,30 @@ ExitCode use(CommandContext& context, CompositionRoot& program, const std::strin
     const auto connected = ConnectedInstances::load(*services.defaults);
     const auto* entry = connected.find(address);
     if (!entry) {
-        console.complain("There is no instance " + printable(address) + ". See: ledgerfinch-cli instances");
+        console.complain("There is no instance " + named(address) + ". See: ledgerfinch-cli instances");
         return ExitCode::NotFound;
     }
     auto& core = program.core();
-    const auto restored = runBlocking([&] { return ApiHandler::restore(services, core, entry->first); });
+    Interruption interruption;
+    const auto restored = runBlocking([&] {
+        return ApiHandler::restore(services, core, entry->first, ApiHandler::Activation::Later,
+                                   &interruption.cancellation());
+    });
+    if (interruption.requested()) return complainOfInterruption(console);
     if (const auto reason = obstacle(restored, entry->first)) {
         console.complain(*reason);
         return ExitCode::Refused;
     }
+    SettingsChange settings(*services.defaults);
     // No sync that reads the settings in between may take the one server's date for the other.
-    (void)services.defaults->set("lastSuccessfulSync", "");
-    (void)services.defaults->set("server", entry->first);
-    adoptInstanceVersion(*services.defaults, entry->second);
-    adoptInstanceSyncDate(*services.defaults, entry->second);
+    settings.set("lastSuccessfulSync", "");
+    settings.set("server", entry->first);
+    settings.set("server_version", versionSetting(entry->second));
+    settings.set("lastSuccessfulSync", entry->second.lastSuccessfulSync);
+    settings.set("offlineMode", false);
+    if (const auto& failure = settings.failure())
+        return complainOf(console, services, entry->first, ApiError::settingsUnwritable(failure->message));
+    settings.keep();
     console.out << "Active now: " << printable(entry->first) << '\n';
     return ExitCode::Ok;
 }
@@ -122,7 +135,7 @@ ExitCode remove(CommandContext& context, CompositionRoot& program, const std::st
     const auto connected = ConnectedInstances::load(*program.services().defaults);
     const auto* entry = connected.find(address);
     if (!entry) {
-        console.complain("There is no instance " + printable(address) + ". See: ledgerfinch-cli instances");
+        console.complain("There is no instance " + named(address) + ". See: ledgerfinch-cli instances");
         return ExitCode::NotFound;
     }
     ManageInstancesView view(program.services(), program.core());
@@ -143,6 +156,7 @@ ExitCode remove(CommandContext& context, CompositionRoot& program, const std::st
         console.complain(view.currentInstanceText().toStdString());
         return ExitCode::Failed;
     }
+    if (const auto& failure = view.failure()) return complainOf(console, program.services(), address, *failure);
     if (ConnectedInstances::load(*program.services().defaults).find(address)) {
         console.complain("The instance could not be removed: no other server is active. Switch and try again.");
         return ExitCode::Failed;
@@ -160,43 +174,63 @@ std::span<const OptionDescription> instanceOptions() {
     static const auto options = [] {
         const auto login = loginOptions();
         std::vector<OptionDescription> all(login.begin(), login.end());
-        all.push_back({"yes", "", "Remove without asking.", 'y'});
+        all.push_back({"yes", "", "Remove without asking; needed where nobody can be asked.", 'y'});
         all.push_back({"json", "", "An array of objects in place of the table."});
         return all;
     }();
     return options;
 }
 
+std::vector<std::string_view> optionsOf(std::string_view action) {
+    if (action == "use") return {};
+    if (action == "remove") return {"yes"};
+    if (action != "add") return {"json"};
+    std::vector<std::string_view> names;
+    for (const auto& option : loginOptions())
+        names.push_back(option.name);
+    return names;
+}
+
+constexpr std::array<ExitCode, 10> kEndsWith{
+    ExitCode::Ok,          ExitCode::Failed,   ExitCode::Usage,        ExitCode::BadData, ExitCode::NotFound,
+    ExitCode::Unreachable, ExitCode::Internal, ExitCode::CannotCreate, ExitCode::Refused, ExitCode::Interrupted};
+
 class InstancesCommand final : public Command {
 public:
     std::string_view name() const override { return "instances"; }
     std::string_view summary() const override { return "List, add, switch and remove servers."; }
     std::string_view description() const override {
-        return "Several servers may be connected, each with a local store of its own; one of them is active, and the "
-               "other "
-               "commands work with it.\n\n"
-               "add connects a further server and takes the options of login; use makes a server the active one; "
-               "remove "
-               "forgets a server's token and deletes its local documents. The active server can't be removed.";
+        return "Several servers may be connected, each with a local store of its own; one of them is active, "
+               "and the other commands work with it.\n\n"
+               "list takes --json. add connects a further server and takes the options of login. use makes a "
+               "server the active one, if a token is kept for it that it doesn't refuse. remove, which takes --yes, "
+               "forgets a server's token, headers and settings, and deletes its local store and its files. The "
+               "active server can't be removed.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return instanceOptions(); }
     std::string objection(std::span<const std::string> words) const override { return objectionToSecrets(words); }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         const auto action = arguments.positional(0);
         const auto address = arguments.positional(1);
         constexpr std::array<std::string_view, 4> kActions{"list", "add", "use", "remove"};
         if (!action.empty() && std::find(kActions.begin(), kActions.end(), action) == kActions.end()) {
-            std::string sentence = "instances knows list, add, use and remove, not " + printable(action) + ".";
+            std::string sentence = "instances knows list, add, use and remove, not " + named(action) + ".";
             if (const auto meant = nearest(action, kActions)) sentence += " Did you mean " + std::string(*meant) + "?";
             return complainOfUsage(context.console(), sentence, name());
         }
         const bool listing = action.empty() || action == "list";
         if (!listing && address.empty())
             return complainOfUsage(context.console(), "instances " + action + " needs an address.", name());
+        if (listing && arguments.positionals().size() > 1)
+            return complainOfUsage(context.console(), "instances list takes no further word.", name());
+        const std::string given = "instances " + (listing ? std::string("list") : action);
+        if (const auto objection = optionOutOfPlace(arguments, options(), optionsOf(action), given))
+            return complainOfUsage(context.console(), *objection, name());
         if (action == "add") return add(context, arguments);
-        auto* program = context.program();
+        auto* program = listing ? context.programToRead() : context.program();
         if (!program) return context.failure();
         if (action == "use") return use(context, *program, address);
         if (action == "remove") return remove(context, *program, address, arguments.has("yes"));

@@ -90,7 +90,7 @@ std::vector<std::string_view> names(const Entries& entries) {
 }
 
 std::string choices(std::string_view what, std::string_view given, const std::vector<std::string_view>& known) {
-    std::string sentence = "Unknown " + std::string(what) + " " + printable(given) + ".";
+    std::string sentence = "Unknown " + std::string(what) + " " + named(given) + ".";
     if (const auto meant = nearest(given, known)) sentence += " Did you mean " + std::string(*meant) + "?";
     sentence += " There are:";
     for (std::size_t index = 0; index < known.size(); ++index)
@@ -112,27 +112,27 @@ Result<std::vector<const Column*>> chosenColumns(std::string_view list) {
     }
 }
 
-Result<SortDescriptor> chosenSort(const Arguments& arguments, const UserDefaults& defaults) {
-    SortDescriptor sort{"created", SortOrder::Descending};
+/// The order that --sort asks for; absent without it.
+Result<std::optional<SortDescriptor>> givenSort(const Arguments& arguments) {
     const auto given = arguments.value("sort");
-    std::string_view name = given ? std::string_view(*given) : std::string_view();
-    if (!given) {
-        const auto stored = defaults.string("defaultOrderByKey").value_or("created");
-        for (const auto& key : kSortKeys)
-            if (key.serverKey == stored) sort.keyPath = key.keyPath;
-        if (defaults.boolean("defaultOrderAscending").value_or(false)) sort.order = SortOrder::Ascending;
-    } else {
-        sort.order = SortOrder::Ascending;
-        if (name.starts_with('-')) {
-            sort.order = SortOrder::Descending;
-            name.remove_prefix(1);
-        }
-        const auto found = std::find_if(kSortKeys.begin(), kSortKeys.end(),
-                                        [&](const SortKey& key) { return key.name == name || key.serverKey == name; });
-        if (found == kSortKeys.end()) return Error{choices("sort key", name, names(kSortKeys))};
-        sort.keyPath = found->keyPath;
-    }
-    if (arguments.has("descending")) sort.order = SortOrder::Descending;
+    if (!given) return std::optional<SortDescriptor>();
+    std::string_view name = *given;
+    const bool descending = name.starts_with('-');
+    if (descending) name.remove_prefix(1);
+    const auto found = std::find_if(kSortKeys.begin(), kSortKeys.end(),
+                                    [&](const SortKey& key) { return key.name == name || key.serverKey == name; });
+    if (found == kSortKeys.end()) return Error{choices("sort key", name, names(kSortKeys))};
+    return std::optional(
+        SortDescriptor{std::string(found->keyPath), descending ? SortOrder::Descending : SortOrder::Ascending});
+}
+
+/// The order that the settings say.
+SortDescriptor storedSort(const UserDefaults& defaults) {
+    SortDescriptor sort{"created", SortOrder::Descending};
+    const auto stored = defaults.string("defaultOrderByKey").value_or("created");
+    for (const auto& key : kSortKeys)
+        if (key.serverKey == stored) sort.keyPath = key.keyPath;
+    if (defaults.boolean("defaultOrderAscending").value_or(false)) sort.order = SortOrder::Ascending;
     return sort;
 }
 
@@ -195,6 +195,9 @@ constexpr std::array<OptionDescription, 5> kOptions{{
     {"json", "", "An array of objects in place of the table."},
 }};
 
+constexpr std::array<ExitCode, 6> kEndsWith{ExitCode::Ok,           ExitCode::Usage, ExitCode::Internal,
+                                            ExitCode::CannotCreate, ExitCode::Busy,  ExitCode::Refused};
+
 class ListCommand final : public Command {
 public:
     std::string_view name() const override { return "list"; }
@@ -209,11 +212,14 @@ public:
     }
     std::span<const PositionalDescription> positionals() const override { return kNoPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();
         const auto columns = chosenColumns(arguments.value("columns").value_or(std::string(kDefaultColumns)));
         if (!columns) return complainOfUsage(console, columns.error().message, name());
+        const auto sort = givenSort(arguments);
+        if (!sort) return complainOfUsage(console, sort.error().message, name());
         FetchRequest request;
         request.entity = CD_Document::kEntityName;
         if (const auto limit = arguments.value("limit")) {
@@ -222,11 +228,11 @@ public:
                 return complainOfUsage(console, "--limit needs a whole number, 0 or more.", name());
             request.limit = static_cast<std::size_t>(*number);
         }
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
-        auto sort = chosenSort(arguments, *program->services().defaults);
-        if (!sort) return complainOfUsage(console, sort.error().message, name());
-        request.sort = {std::move(sort).value()};
+        auto order = sort->value_or(storedSort(*program->services().defaults));
+        if (arguments.has("descending")) order.order = SortOrder::Descending;
+        request.sort = {std::move(order)};
 
         ExitCode failure = ExitCode::Ok;
         auto* core = storeToRead(context, *program, failure);

@@ -1,15 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/BlockingWork.h"
 #include "cli/DisplayText.h"
+#include "cli/ServerFailure.h"
 #include "cli/commands/Commands.h"
 
 #include "app/CompositionRoot.h"
-#include "connection/KeychainHandler.h"
+#include "connection/RemoveInstance.h"
 
+#include <array>
 #include <ostream>
 
 namespace ledgerfinch::cli {
 namespace {
+
+constexpr std::array<ExitCode, 5> kEndsWith{ExitCode::Ok, ExitCode::Usage, ExitCode::Internal, ExitCode::CannotCreate,
+                                            ExitCode::Refused};
 
 class LogoutCommand final : public Command {
 public:
@@ -20,6 +25,7 @@ public:
                "in "
                "again to sync.";
     }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments&) const override {
         auto& console = context.console();
@@ -31,19 +37,10 @@ public:
             console.complain("Not connected to a server.");
             return ExitCode::Refused;
         }
-        const auto left = runBlocking([&] {
-            KeychainHandler keychain(services);
-            keychain.removeToken(server);
-            return keychain.readToken(server);
-        });
-        (void)services.defaults->set("biometricUnlock", false);
-        if (left.state == SecretState::Missing) {
-            console.out << "Logged out from " << printable(server) << ".\n";
-            return ExitCode::Ok;
-        }
-        console.complain("The token could not be removed: " +
-                         printable(left.reason.empty() ? "the secret store kept it." : left.reason));
-        return ExitCode::Refused;
+        if (const auto failure = runBlocking([&] { return logOut(services); }))
+            return complainOf(console, services, server, *failure);
+        console.out << "Logged out from " << printable(server) << ".\n";
+        return ExitCode::Ok;
     }
 };
 

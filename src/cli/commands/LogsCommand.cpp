@@ -48,6 +48,8 @@ std::optional<SystemTime> moment(std::string_view text, SystemTime now) {
     }
 }
 
+constexpr std::array<ExitCode, 4> kEndsWith{ExitCode::Ok, ExitCode::Usage, ExitCode::Internal, ExitCode::CannotCreate};
+
 class LogsCommand final : public Command {
 public:
     std::string_view name() const override { return "logs"; }
@@ -56,6 +58,7 @@ public:
         return "Shows the stored lines of the log. Private values were never stored: they read <private>.";
     }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();
@@ -66,7 +69,7 @@ public:
                 return complainOfUsage(console, "--limit needs a whole number, 0 or more.", name());
             limit = static_cast<std::size_t>(*number);
         }
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         const std::chrono::system_clock::time_point now = program->services().clock->now();
         auto since = now - std::chrono::seconds(86'400);

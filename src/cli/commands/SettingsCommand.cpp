@@ -4,6 +4,7 @@
 #include "cli/commands/Commands.h"
 
 #include "app/CompositionRoot.h"
+#include "platform/Text.h"
 #include "records/JsonWriter.h"
 #include "shell/SettingsCatalogue.h"
 
@@ -65,7 +66,7 @@ const settings::Description* known(Console& console, const std::string& key) {
     std::vector<std::string_view> names;
     for (const auto& setting : settings::catalogue())
         names.push_back(setting.name);
-    std::string sentence = "There is no setting " + printable(key) + ".";
+    std::string sentence = "There is no setting " + named(key) + ".";
     if (const auto meant = nearest(key, names)) sentence += " Did you mean " + std::string(*meant) + "?";
     console.complain(sentence);
     return nullptr;
@@ -76,19 +77,24 @@ constexpr std::array<PositionalDescription, 3> kPositionals{{
     {"KEY", "The setting's name, as list shows it.", PositionalDescription::Occurs::Optional},
     {"VALUE", "The new value.", PositionalDescription::Occurs::Optional},
 }};
-constexpr std::array<OptionDescription, 1> kOptions{{{"json", "", "An array of objects in place of the table."}}};
+constexpr std::array<OptionDescription, 1> kOptions{
+    {{"json", "", "JSON: list gives an array of objects, get one text."}}};
+
+constexpr std::array<ExitCode, 6> kEndsWith{ExitCode::Ok,       ExitCode::Usage,    ExitCode::BadData,
+                                            ExitCode::NotFound, ExitCode::Internal, ExitCode::CannotCreate};
 
 class SettingsCommand final : public Command {
 public:
     std::string_view name() const override { return "settings"; }
     std::string_view summary() const override { return "List, read and change settings."; }
     std::string_view description() const override {
-        return "Settings have the same names and meanings as in the app, which sees a change at once. A value that is "
-               "private "
-               "reads <private>; what belongs to a store or a login is changed by the commands that keep both in step.";
+        return "Settings have the same names and meanings as in the app, which sees a change at once. A value "
+               "that is private reads <private>; what belongs to a store or a login is changed by the commands "
+               "that keep both in step. list and get take --json.";
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();
@@ -96,7 +102,7 @@ public:
         const std::size_t given = arguments.positionals().size();
         if (action != "list" && action != "get" && action != "set")
             return complainOfUsage(
-                console, "settings knows list, get KEY and set KEY VALUE, not " + printable(action) + ".", name());
+                console, "settings knows list, get KEY and set KEY VALUE, not " + named(action) + ".", name());
         const std::size_t expected = action == "set" ? 3 : action == "get" ? 2 : std::min<std::size_t>(given, 1);
         if (given != expected)
             return complainOfUsage(console,
@@ -104,7 +110,13 @@ public:
                                    : action == "get" ? "settings get needs a key."
                                                      : "settings list takes no further word.",
                                    name());
-        auto* program = context.program();
+        if (action == "set" && arguments.has("json"))
+            return complainOfUsage(console, "settings set takes no --json.", name());
+        if (action == "set" && !text::isValidUtf8(arguments.positional(2))) {
+            console.complain("VALUE isn't text in UTF-8.");
+            return ExitCode::BadData;
+        }
+        auto* program = action == "set" ? context.program() : context.programToRead();
         if (!program) return context.failure();
         auto& defaults = *program->services().defaults;
         if (action == "list") return list(console, defaults, arguments.has("json"));
@@ -126,8 +138,10 @@ private:
                         const std::string& value) {
         const auto stored = settings::setFromText(defaults, setting.name, value);
         if (stored) return ExitCode::Ok;
-        console.complain(printable(stored.error().message));
-        return ExitCode::BadData;
+        // A number of the system's: the value was right, but the file of settings could not be written.
+        const bool unwritten = stored.error().code > 0;
+        console.complain((unwritten ? "The setting could not be kept: " : "") + printable(stored.error().message));
+        return unwritten ? ExitCode::CannotCreate : ExitCode::BadData;
     }
 };
 

@@ -170,9 +170,12 @@ void writeJson(Console& console, const CoreDataHandler& core, const CD_Document&
 
 constexpr std::array<PositionalDescription, 1> kPositionals{{{"ID", "The document's number on the server."}}};
 constexpr std::array<OptionDescription, 2> kOptions{{
-    {"content", "", "Show the document's text and nothing else."},
+    {"content", "", "Show the document's text and nothing else; not with --json."},
     {"json", "", "One object with everything, the text included."},
 }};
+
+constexpr std::array<ExitCode, 6> kEndsWith{ExitCode::Ok,       ExitCode::Usage,        ExitCode::NotFound,
+                                            ExitCode::Internal, ExitCode::CannotCreate, ExitCode::Refused};
 
 class ShowCommand final : public Command {
 public:
@@ -185,12 +188,15 @@ public:
     }
     std::span<const PositionalDescription> positionals() const override { return kPositionals; }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();
         const auto id = wholeNumber(arguments.positional(0));
         if (!id) return complainOfUsage(console, "ID is a whole number, the one in the first column of list.", name());
-        auto* program = context.program();
+        if (arguments.has("json") && arguments.has("content"))
+            return complainOfUsage(console, "--json holds the text already: give it without --content.", name());
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         ExitCode failure = ExitCode::Ok;
         auto* core = storeToRead(context, *program, failure);

@@ -162,6 +162,8 @@ void writeJson(Console& console, const Status& status) {
 
 constexpr std::array<OptionDescription, 1> kOptions{{{"json", "", "One object in place of lines."}}};
 
+constexpr std::array<ExitCode, 4> kEndsWith{ExitCode::Ok, ExitCode::Usage, ExitCode::Internal, ExitCode::CannotCreate};
+
 class StatusCommand final : public Command {
 public:
     std::string_view name() const override { return "status"; }
@@ -173,9 +175,10 @@ public:
                "touched.";
     }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
-        auto* program = context.program();
+        auto* program = context.programToRead();
         if (!program) return context.failure();
         const Status status = gather(*program);
         if (arguments.has("json"))

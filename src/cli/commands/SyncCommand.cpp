@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/BlockingWork.h"
 #include "cli/DisplayText.h"
-#include "cli/Interrupt.h"
+#include "cli/Interruption.h"
 #include "cli/ProgressLine.h"
+#include "cli/ServerFailure.h"
 #include "cli/SessionLogin.h"
 #include "cli/commands/Commands.h"
 
-#include "connection/Instances.h"
+#include "connection/Status.h"
 #include "platform/DispatchQueue.h"
 #include "sync/SyncDriver.h"
 
@@ -77,83 +78,125 @@ private:
     bool m_stopping = false;
 };
 
-ExitCode report(Console& console, SyncOutcome outcome, bool interrupted, const std::string& server) {
-    switch (outcome) {
-    case SyncOutcome::Finished:
-        return interrupted ? ExitCode::Interrupted : ExitCode::Ok;
-    case SyncOutcome::Incomplete:
-        console.complain("Not everything came. What came is kept; the next sync makes up for the rest.");
-        return ExitCode::PartlyFailed;
-    case SyncOutcome::Offline:
-        console.complain("Ledgerfinch runs in offline mode, without a server.");
-        return ExitCode::Refused;
-    case SyncOutcome::NoAnswer:
-        console.complain("No answer from " + printable(server) + ". The local documents stay as they are.");
-        return ExitCode::Unreachable;
-    case SyncOutcome::TokenRefused:
-        console.complain(kTokenRefused);
-        return ExitCode::Refused;
-    case SyncOutcome::AlreadyRunning:
-        console.complain("Another process is syncing this store. Try again later.");
-        return ExitCode::Busy;
-    case SyncOutcome::Stopped:
-        if (interrupted) {
-            console.complain("Stopped. What came until now is kept.");
-            return ExitCode::Interrupted;
-        }
-        console.complain("Stopped, because another server became the active one.");
-        return ExitCode::Failed;
-    }
-    return ExitCode::Internal;
-}
+/// Says what a pass left undone.
+class Report {
+public:
+    Report(Console& console, const ApiHandler& api, std::vector<std::string> errors)
+        : m_console(console), m_api(api), m_errors(std::move(errors)) {}
 
-void forgetLastSync(UserDefaults& defaults, const std::string& server) {
-    (void)defaults.set("lastSuccessfulSync", "");
-    (void)updateInstance(defaults, server, std::string(), std::nullopt);
-}
+    ExitCode incomplete(const SyncResult& result) {
+        if (result.storeFailure) {
+            m_console.complain("The local store can't be written to: " + printable(*result.storeFailure) +
+                               " What came before is kept; sync again once that is mended.");
+            return ExitCode::CannotCreate;
+        }
+        std::string reason = m_api.reasonFor(result.status);
+        if (result.status == 401) {
+            complain(result.status, reason);
+            return ExitCode::Refused;
+        }
+        if (!result.anythingCame) {
+            complain(result.status, reason, " The local documents stay as they are.");
+            return exitCodeOfStatus(result.status);
+        }
+        // The pass knows which page, and which document on it.
+        if (result.status == status::kUnreadable && !m_errors.empty()) reason = m_errors.back();
+        complain(result.status, reason,
+                 " Not everything came. What came is kept; the next sync makes up for the rest.");
+        return ExitCode::PartlyFailed;
+    }
+
+    ExitCode of(const SyncResult& result, bool interrupted) {
+        switch (result.outcome) {
+        case SyncOutcome::Finished:
+            return interrupted ? stopped() : ExitCode::Ok;
+        case SyncOutcome::Incomplete:
+            return incomplete(result);
+        case SyncOutcome::Offline:
+            m_console.complain("Ledgerfinch runs in offline mode, without a server.");
+            return ExitCode::Refused;
+        case SyncOutcome::NoAnswer:
+            complain(status::kNoAnswer, m_api.reasonFor(status::kNoAnswer), " The local documents stay as they are.");
+            return ExitCode::Unreachable;
+        case SyncOutcome::TokenRefused:
+            complain(401, m_api.reasonFor(401));
+            return ExitCode::Refused;
+        case SyncOutcome::AlreadyRunning:
+            m_console.complain("Another process is syncing this store. Try again later.");
+            return ExitCode::Busy;
+        case SyncOutcome::Stopped:
+            if (interrupted) return stopped();
+            m_console.complain("Stopped, because another server became the active one.");
+            return ExitCode::Failed;
+        }
+        return ExitCode::Internal;
+    }
+
+private:
+    [[nodiscard]] ExitCode stopped() const {
+        m_console.complain("Stopped. What came until now is kept.");
+        return ExitCode::Interrupted;
+    }
+    void complain(int status, std::string_view reason, std::string_view consequence = {}) {
+        m_console.complain(failureText(m_api.Server(), status, reason) + std::string(consequence));
+    }
+
+    Console& m_console;
+    const ApiHandler& m_api;
+    std::vector<std::string> m_errors;
+};
 
 constexpr std::array<OptionDescription, 1> kOptions{{
     {"full", "", "Fetch every document again, not only those that changed since the last sync."},
 }};
+
+constexpr std::array<ExitCode, 12> kEndsWith{ExitCode::Ok,          ExitCode::Failed,   ExitCode::PartlyFailed,
+                                             ExitCode::Usage,       ExitCode::BadData,  ExitCode::NotFound,
+                                             ExitCode::Unreachable, ExitCode::Internal, ExitCode::CannotCreate,
+                                             ExitCode::Busy,        ExitCode::Refused,  ExitCode::Interrupted};
 
 class SyncCommand final : public Command {
 public:
     std::string_view name() const override { return "sync"; }
     std::string_view summary() const override { return "Bring the local store up to the server's state."; }
     std::string_view description() const override {
-        return "Fetches what changed on the active server, then the files that the settings ask for. On a terminal one "
-               "line "
-               "tells how far it is; elsewhere only errors are written.\n\n"
-               "Ctrl-C ends it after the record in hand; everything until then is kept. One process at a time syncs a "
-               "store.";
+        return "Fetches what changed on the active server, then the files that the settings ask for. On a "
+               "terminal one line tells how far it is; elsewhere only errors are written.\n\n"
+               "Ctrl-C gives up the request that is waited for and ends the sync after the record in hand; "
+               "everything until then is kept, and the next sync makes up for the rest. One process at a time "
+               "syncs a store.";
     }
     std::span<const OptionDescription> options() const override { return kOptions; }
+    std::span<const ExitCode> exitCodes() const override { return kEndsWith; }
 
     ExitCode execute(CommandContext& context, const Arguments& arguments) const override {
         auto& console = context.console();
         auto* program = context.program();
         if (!program) return context.failure();
-        const auto session = restoreSession(console, *program);
-        if (!session.api) return session.failure;
-        auto& services = program->services();
-        const auto server = services.defaults->string("server").value_or("");
-        if (arguments.has("full")) forgetLastSync(*services.defaults, server);
-
         const auto display = std::make_shared<SyncDisplay>(console);
-        program->sweepStrays();
-        SyncDriver driver(services, program->core());
-        InterruptWatch watch([&] {
-            driver.stop();
+        std::optional<SyncDriver> driver;
+        Interruption interruption([&] {
+            if (!driver) return;
+            driver->stop();
             display->stopping();
         });
-        const auto outcome = runBlocking([&] {
-            const auto ended = driver.runSync(session.api, display->observer());
-            driver.downloads().wait();
+        const auto session = restoreSession(console, *program, interruption.cancellation());
+        if (!session.api) return session.failure;
+
+        program->sweepStrays();
+        driver.emplace(program->services(), program->core());
+        SyncRequest request;
+        if (arguments.has("full")) request.extent = SyncExtent::Everything;
+        const auto result = runBlocking([&] {
+            const auto ended = driver->runSync(session.api, display->observer(), request);
+            driver->downloads().wait();
             return ended;
         });
-        for (const auto& error : display->end())
-            if (error != kTokenRefused) console.complain(printable(error));
-        const auto code = report(console, outcome, watch.interrupted(), server);
+        auto code = Report(console, *session.api, display->end()).of(result, interruption.requested());
+        if (const auto failure = driver->downloads().writeFailure()) {
+            console.complain("Files of documents can't be kept on this device: " + printable(*failure));
+            if (code == ExitCode::Ok) code = ExitCode::CannotCreate;
+        }
         if (code == ExitCode::Ok && console.outIsTerminal) writeSummary(console, program->core());
         return code;
     }

@@ -3,6 +3,7 @@
 
 #include "connection/endpoints/Pages.h"
 #include "records/Decoders.h"
+#include "records/JsonReader.h"
 #include "store/CoreDataHandler.h"
 
 #include <iterator>
@@ -35,6 +36,11 @@ int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record,
             api.log().error(family.unexpectedStatus, response.status);
         if (step.status != 200) return step;
         Page page = family.decode(response.body, api.decodeContext());
+        // No list at all: as if it had not been answered with success. A page with one odd record counts as partial.
+        if (!page.decoded && !JsonObject::parse(response.body)) {
+            step.status = api.noteUnreadable(response);
+            return step;
+        }
         whole = whole && page.decoded && page.hasResults;
         if (page.count) count = page.count;
         if (page.results) {
@@ -46,7 +52,7 @@ int fetchFamily(ApiHandler& api, const FetchOptions& given, const Family<Record,
         return step;
     });
     if (last != 200) return last;
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    if (const auto ended = endedByCaller(options)) return *ended;
     // A list that is shorter than it says itself proves nothing about what is missing in it.
     if (count && static_cast<std::int64_t>(records.size()) < *count) whole = false;
     const auto delivery = !delivered ? Delivery::Absent : whole ? Delivery::Complete : Delivery::Partial;
@@ -141,8 +147,9 @@ int fetchUserSettings(ApiHandler& api, Cancellation* cancellation) {
     else if (response.status != 200 && response.status != 0)
         api.log().error("received unexpected response from server while fetching users: %{public}ld", response.status);
     if (result != 200) return result;
-    if (const auto settings = decodeUISettings(response.body, api.decodeContext()))
-        (void)api.services().defaults->set(api.Server() + "currentUserId", settings->user.id);
+    const auto settings = decodeUISettings(response.body, api.decodeContext());
+    if (!settings) return api.noteUnreadable(response);
+    (void)api.services().defaults->set(api.Server() + "currentUserId", settings->user.id);
     return result;
 }
 

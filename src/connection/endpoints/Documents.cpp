@@ -57,8 +57,8 @@ PageStep readDocumentPage(ApiHandler& api, const FetchOptions& options, const st
     auto page = decodeDocuments(response.body, api.decodeContext());
     if (!page) {
         api.log().error("Encountered an error while decoding documents: %{public}s", page.error().message);
-        report(options, additionalLoadingInfo::error(page.error().message));
-        step.status = status::kUnreadable;
+        step.status = api.noteUnreadable(response);
+        report(options, additionalLoadingInfo::error(api.reasonFor(step.status)));
         return step;
     }
     api.storeServerVersion(response);
@@ -107,12 +107,15 @@ std::optional<std::vector<std::int64_t>> idsOnServer(Pass pass) {
 
 int fetchAllDocuments(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
+    // Only what was here before the server was asked: what somebody else stores meanwhile isn't on its list.
+    const auto before = api.core().storedDocumentIds(options.context);
     Pass pass;
     const int last = fetchDocumentPages(api, "/api/documents/?" + std::string(kPageQuery), options, pass);
     if (last != 200) return last;
     const bool stored = pass.stored;
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
-    if (const auto there = idsOnServer(std::move(pass))) api.core().removeOutdatedDocuments(*there, options.context);
+    if (const auto ended = endedByCaller(options)) return *ended;
+    if (const auto there = idsOnServer(std::move(pass)))
+        api.core().removeOutdatedDocuments(*there, before, options.context);
     return stored ? last : status::kNotStored;
 }
 
@@ -125,11 +128,12 @@ int fetchChangedDocuments(ApiHandler& api, std::string_view modifiedSince, const
     return last == 200 && !pass.stored ? status::kNotStored : last;
 }
 
-DocumentCount fetchDocumentCount(ApiHandler& api) {
+DocumentCount fetchDocumentCount(ApiHandler& api, Cancellation* cancellation) {
     const std::string path = "/api/documents/?truncate_content=True&page_size=1";
-    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
+    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes), cancellation);
     DocumentCount answer;
     answer.status = effectiveStatus(response);
+    if (answer.status == status::kCancelled) return answer;
     if (response.error || response.status == 0)
         logTransportError(api, response, api.Server() + path);
     else if (response.status == 401)
@@ -140,7 +144,7 @@ DocumentCount fetchDocumentCount(ApiHandler& api) {
     auto page = decodeDocuments(response.body, api.decodeContext());
     if (!page) {
         api.log().error("Encountered an error while decoding documents: %{public}s", page.error().message);
-        answer.status = status::kUnreadable;
+        answer.status = api.noteUnreadable(response);
         return answer;
     }
     api.storeServerVersion(response);
@@ -160,8 +164,8 @@ int fetchMissingDocuments(ApiHandler& api, const std::vector<std::int64_t>& ther
     const auto missing = api.core().missingDocuments(there, options.context);
     if (missing.size() > kFewDocuments) return fetchAllDocuments(api, options);
     for (const auto id : missing) {
-        if (options.shouldStop && options.shouldStop()) return status::kStopped;
-        const int status = fetchDocument(api, id, options.context);
+        if (const auto ended = endedByCaller(options)) return *ended;
+        const int status = fetchDocument(api, id, options.context, options.cancellation);
         if (status != 200 && status != 404) return status;
     }
     return 200;
@@ -171,20 +175,22 @@ int fetchMissingDocuments(ApiHandler& api, const std::vector<std::int64_t>& ther
 
 int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
-    const auto answer = fetchDocumentCount(api);
+    if (const auto ended = endedByCaller(options)) return *ended;
+    const auto before = api.core().storedDocumentIds(options.context);
+    const auto answer = fetchDocumentCount(api, options.cancellation);
     if (answer.status != 200) return answer.status;
-    if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    if (const auto ended = endedByCaller(options)) return *ended;
     if (!answer.all) return answer.status;
-    api.core().removeOutdatedDocuments(*answer.all, options.context);
+    api.core().removeOutdatedDocuments(*answer.all, before, options.context);
     return fetchMissingDocuments(api, *answer.all, options);
 }
 
-int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,
-                  std::shared_ptr<ManagedObjectContext> context) {
+int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::shared_ptr<ManagedObjectContext> context,
+                  Cancellation* cancellation) {
     if (!context) context = api.core().viewContext();
     const std::string path = "/api/documents/" + std::to_string(id) + "/?full_perms=true";
-    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
+    const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes), cancellation);
+    if (effectiveStatus(response) == status::kCancelled) return status::kCancelled;
     if (response.error || response.status == 0)
         logTransportError(api, response, api.Server() + path);
     else if (response.status == 401)
@@ -195,13 +201,14 @@ int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority,
     api.storeServerVersion(response);
     const auto document = decodeDocument(response.body, api.decodeContext());
     // An answer about another document would put its values into the wrong place.
-    if (!document || document->id != id) return status::kUnreadable;
+    if (!document || document->id != id) return api.noteUnreadable(response);
     const auto saved = api.core().saveDocument(*document, std::move(context), authority);
     return saved.isValid() ? 200 : status::kNotStored;
 }
 
-int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context) {
-    return fetchDocument(api, id, Authority::Merge, std::move(context));
+int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context,
+                  Cancellation* cancellation) {
+    return fetchDocument(api, id, Authority::Merge, std::move(context), cancellation);
 }
 
 } // namespace ledgerfinch

@@ -15,7 +15,8 @@ namespace ledgerfinch {
 enum class Authority;
 
 /// Every document, merged page by page, then removes those that the server no longer has. Gives the status of the last
-/// answer, or one of status::kUnreadable, kBadNextPage, kStopped, kNotStored; only 200 means that the pass is whole.
+/// answer, or one of status::kUnreadable, kWebPage, kBadNextPage, kStopped, kCancelled, kNotStored; only 200 means that
+/// the pass is whole.
 int fetchAllDocuments(ApiHandler& api, const FetchOptions& options);
 
 /// The documents modified since a day ("2024-03-01") or moment, merged page by page. Removes nothing.
@@ -27,7 +28,7 @@ struct DocumentCount {
     /// The ids of all documents; absent when the answer wasn't 200, couldn't be read, or named none.
     std::optional<std::vector<std::int64_t>> all;
 };
-DocumentCount fetchDocumentCount(ApiHandler& api);
+DocumentCount fetchDocumentCount(ApiHandler& api, Cancellation* cancellation = nullptr);
 
 /// Removes the documents that the server no longer names, and fetches those that it names and the store lacks. Nothing
 /// is removed unless the status is 200 and the answer names the ids; the status of the last answer.
@@ -35,12 +36,14 @@ int removeOutdatedDocuments(ApiHandler& api, const FetchOptions& options);
 
 /// One document, merged: by the rules of a sync, or with the server's word counting in everything
 /// (Authority::ServerWins).
-int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::shared_ptr<ManagedObjectContext> context);
-int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context);
+int fetchDocument(ApiHandler& api, std::int64_t id, Authority authority, std::shared_ptr<ManagedObjectContext> context,
+                  Cancellation* cancellation = nullptr);
+int fetchDocument(ApiHandler& api, std::int64_t id, std::shared_ptr<ManagedObjectContext> context,
+                  Cancellation* cancellation = nullptr);
 
 /// Fetches again what a refused or unheard write left in doubt; what the server delivers wins. Entries that
-/// were mended, or whose record is gone (404), leave the repair list. Ends early when nobody answers or the token is
-/// refused, with that status; else 200.
+/// were mended, or whose record is gone (404), leave the repair list. Ends early when nobody answers, the token is
+/// refused or the caller cancels, with that status; else 200.
 int runRepairs(ApiHandler& api, const FetchOptions& options);
 
 } // namespace ledgerfinch

@@ -56,23 +56,23 @@ std::string loggableUrl(std::string_view url) {
     }
 }
 
-int effectiveStatus(const HttpResponse& response) {
-    return response.error || response.status == 0 ? status::kNoAnswer : response.status;
+std::optional<int> endedByCaller(const FetchOptions& options) {
+    if (options.cancellation != nullptr && options.cancellation->isCancelled()) return status::kCancelled;
+    if (options.shouldStop && options.shouldStop()) return status::kStopped;
+    return std::nullopt;
 }
 
 int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options,
               const std::function<PageStep(const HttpResponse&, const std::string& url)>& read) {
-    const auto stopped = [&] {
-        return options.shouldStop && options.shouldStop();
-    };
-    if (stopped()) return status::kStopped;
+    if (const auto ended = endedByCaller(options)) return *ended;
     auto request = api.request("GET", walk.path, walk.firstPage);
     std::string url = request.url;
     std::set<std::string> urls{url};
     auto pending = api.start(std::move(request));
     for (;;) {
-        const auto response = api.finish(std::move(pending));
-        if (stopped()) return status::kStopped;
+        const auto response = api.finish(std::move(pending), options.cancellation);
+        if (const auto ended = endedByCaller(options)) return *ended;
+        if (effectiveStatus(response) == status::kCancelled) return status::kCancelled;
         const PageStep step = read(response, url);
         const bool goesOn = step.status == 200 && step.next && mayFollow(api, *step.next, urls);
         if (goesOn) {
@@ -84,7 +84,7 @@ int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options
         if (step.status != 200) return step.status;
         if (step.next && !goesOn) return status::kBadNextPage;
         if (!goesOn) return step.status;
-        if (stopped()) return status::kStopped;
+        if (const auto ended = endedByCaller(options)) return *ended;
     }
 }
 

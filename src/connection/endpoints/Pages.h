@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "connection/AnswerFailure.h"
 #include "connection/ApiHandler.h"
 #include "connection/Fetch.h"
 
@@ -30,9 +31,12 @@ struct PageWalk {
 
 /// Reads a list page by page and gives the status of the last one. The address of a next page is followed only to the
 /// same server under its own path, only once, and not without end: otherwise the walk fails with status::kBadNextPage.
-/// The reader gets the answer and the address it came from.
+/// The reader gets the answer and the address it came from; it isn't asked about a request that was cancelled.
 int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options,
               const std::function<PageStep(const HttpResponse&, const std::string& url)>& read);
+
+/// What the caller's wish to end makes of a fetch: status::kCancelled, status::kStopped, or absent to go on.
+[[nodiscard]] std::optional<int> endedByCaller(const FetchOptions& options);
 
 /// The options with a context: an operation stays with the store that was open when it began, whatever is opened
 /// meanwhile.
@@ -40,8 +44,5 @@ int walkPages(ApiHandler& api, const PageWalk& walk, const FetchOptions& options
 
 /// The address for the log: of its query only what tells nothing about papers.
 [[nodiscard]] std::string loggableUrl(std::string_view url);
-
-/// The status of an answer: status::kNoAnswer when there is none, or only a part of one.
-[[nodiscard]] int effectiveStatus(const HttpResponse& response);
 
 } // namespace ledgerfinch

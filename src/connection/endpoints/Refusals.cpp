@@ -20,12 +20,13 @@ PendingRepairs::PendingRepairs(ApiHandler& api, const std::shared_ptr<Persistent
     m_added = put();
 }
 
-std::vector<PendingRepairs::Record> PendingRepairs::put() {
-    std::vector<Record> added;
+std::vector<ObjectID> PendingRepairs::put() {
+    std::vector<ObjectID> added;
     m_context->performAndWait([&] {
         for (const auto& record : m_records)
-            if (repair::put(*m_context, record.entityName, record.id, RepairList::kRefused)) added.push_back(record);
-        if (added.empty()) return;
+            if (const auto entry = repair::put(*m_context, record.entityName, record.id, RepairList::kRefused))
+                added.push_back(entry->objectID());
+        if (!m_context->hasChanges()) return;
         const auto saved = m_context->save();
         if (!saved) m_api.log().error("Couldn't note a repair: %{public}s", saved.error().message);
     });
@@ -35,8 +36,9 @@ std::vector<PendingRepairs::Record> PendingRepairs::put() {
 void PendingRepairs::settle() {
     if (m_added.empty()) return;
     m_context->performAndWait([&] {
-        for (const auto& record : m_added)
-            repair::drop(*m_context, record.entityName, record.id, RepairList::kRefused);
+        // These entries and no others: another process's refusal of the same record is one of its own.
+        for (const auto& entry : m_added)
+            repair::drop(*m_context, entry);
         const auto saved = m_context->save();
         if (!saved) m_api.log().error("Couldn't drop a repair: %{public}s", saved.error().message);
     });

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "connection/ApiHandler.h"
+#include "objectstore/ObjectID.h"
 
 #include <cstdint>
 #include <memory>
@@ -34,12 +35,13 @@ public:
     void confirm();
 
 private:
-    std::vector<Record> put();
+    /// The entries of records that weren't on the list before.
+    std::vector<ObjectID> put();
 
     ApiHandler& m_api;
     std::shared_ptr<ManagedObjectContext> m_context;
     std::vector<Record> m_records;
-    std::vector<Record> m_added;
+    std::vector<ObjectID> m_added;
 };
 
 } // namespace ledgerfinch

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "connection/endpoints/Removals.h"
 
+#include "connection/Instances.h"
 #include "connection/endpoints/Pages.h"
 #include "connection/endpoints/Refusals.h"
 #include "store/CoreDataHandler.h"
@@ -36,10 +37,17 @@ Bearers documentsOf(const ContextRef& context, std::int64_t id) {
     return bearers;
 }
 
+/// The store of the handler's server, also when that isn't the active one any more.
+std::shared_ptr<PersistentContainer> storeOf(const ApiHandler& api) {
+    const auto connected = ConnectedInstances::load(*api.services().defaults);
+    if (const auto* entry = connected.find(api.Server()))
+        if (auto store = api.core().containerFor(entry->second.store)) return std::move(store).value();
+    return api.core().persistenceContainer();
+}
+
 int remove(ApiHandler& api, const Removal& removal, std::int64_t id,
            const std::function<Bearers(const ContextRef&)>& bearersOf = {}) {
-    // The store as it is now: by the time of the answer another one may be open.
-    const auto store = api.core().persistenceContainer();
+    const auto store = storeOf(api);
     // Looked up first: once the caller has removed the local record nobody knows them any more.
     std::vector<PendingRepairs::Record> records{{std::string(removal.entityName), id}};
     if (bearersOf)

@@ -46,15 +46,16 @@ constexpr auto kKinds = std::to_array<Kind>({
     {CD_Group::kEntityName, "/api/groups/", {}, storeRecord<PaperlessGroup, decodeGroup, &CoreDataHandler::saveGroup>},
 });
 
-int fetchAgain(ApiHandler& api, const RepairItem& item, const ContextRef& context) {
-    if (item.kind == CD_Document::kEntityName) return fetchDocument(api, item.id, Authority::ServerWins, context);
+int fetchAgain(ApiHandler& api, const RepairItem& item, const FetchOptions& options) {
+    if (item.kind == CD_Document::kEntityName)
+        return fetchDocument(api, item.id, Authority::ServerWins, options.context, options.cancellation);
     for (const auto& kind : kKinds) {
         if (kind.entityName != item.kind) continue;
         const std::string path = std::string(kind.path) + std::to_string(item.id) + "/" + std::string(kind.query);
-        const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes));
+        const auto response = api.send(api.request("GET", path, ApiHandler::Accept::Yes), options.cancellation);
         const int result = effectiveStatus(response);
         if (result != 200) return result;
-        return kind.store(api, response.body, item.id, context) ? 200 : status::kUnreadable;
+        return kind.store(api, response.body, item.id, options.context) ? 200 : api.noteUnreadable(response);
     }
     // An entry of no known kind can't be mended.
     return 404;
@@ -66,9 +67,9 @@ int runRepairs(ApiHandler& api, const FetchOptions& given) {
     const auto options = withContext(api, given);
     RepairList list(api.core());
     for (const auto& item : list.entries(RepairList::kRefused, options.context)) {
-        if (options.shouldStop && options.shouldStop()) return status::kStopped;
-        const int result = fetchAgain(api, item, options.context);
-        if (result == status::kNoAnswer || result == 401) return result;
+        if (const auto ended = endedByCaller(options)) return *ended;
+        const int result = fetchAgain(api, item, options);
+        if (result == status::kNoAnswer || result == status::kCancelled || result == 401) return result;
         // Mended, or gone. Anything else, a refusal too, leaves it in doubt.
         if (result != 200 && result != 404) continue;
         const auto removed = list.remove(item.kind, item.id, RepairList::kRefused, options.context);

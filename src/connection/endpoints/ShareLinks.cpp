@@ -8,24 +8,31 @@
 
 namespace ledgerfinch {
 
-ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId) {
+ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId, Cancellation* cancellation) {
+    FetchOptions options;
+    options.cancellation = cancellation;
     const auto now = api.services().clock->now();
     std::vector<PaperlessShareLink> found;
-    const int last = walkPages(api, {"/api/share_links/"}, {}, [&](const HttpResponse& response, const std::string&) {
-        PageStep step{effectiveStatus(response), std::nullopt, {}};
-        if (response.status == 401)
-            api.log().error("server didn't accept stored token!");
-        else if (response.status != 200 && response.status != 0)
-            api.log().error("received unexpected response from server while fetching share links: %{public}ld",
-                            response.status);
-        if (step.status != 200) return step;
-        auto page = decodeShareLinks(response.body, api.decodeContext());
-        for (auto& link : page.results.value_or(std::vector<PaperlessShareLink>()))
-            if (link.document == documentId && (!link.expiration || *link.expiration > now))
-                found.push_back(std::move(link));
-        step.next = std::move(page.next);
-        return step;
-    });
+    const int last =
+        walkPages(api, {"/api/share_links/"}, options, [&](const HttpResponse& response, const std::string&) {
+            PageStep step{effectiveStatus(response), std::nullopt, {}};
+            if (response.status == 401)
+                api.log().error("server didn't accept stored token!");
+            else if (response.status != 200 && response.status != 0)
+                api.log().error("received unexpected response from server while fetching share links: %{public}ld",
+                                response.status);
+            if (step.status != 200) return step;
+            auto page = decodeShareLinks(response.body, api.decodeContext());
+            if (!page.decoded) {
+                step.status = api.noteUnreadable(response);
+                return step;
+            }
+            for (auto& link : page.results.value_or(std::vector<PaperlessShareLink>()))
+                if (link.document == documentId && (!link.expiration || *link.expiration > now))
+                    found.push_back(std::move(link));
+            step.next = std::move(page.next);
+            return step;
+        });
     if (last != 200) found.clear();
     return {last, std::move(found)};
 }

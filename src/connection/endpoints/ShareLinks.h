@@ -18,7 +18,7 @@ struct ShareLinkList {
     std::vector<PaperlessShareLink> links;
 };
 /// The links of one document that have not expired.
-ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId);
+ShareLinkList fetchShareLinks(ApiHandler& api, std::int64_t documentId, Cancellation* cancellation = nullptr);
 
 enum class FileVersion { original, archive };
 

@@ -16,9 +16,10 @@ struct TaskList {
     std::vector<PaperlessTask> tasks;
 };
 /// The server's background tasks; empty when the answer wasn't 200 or couldn't be read.
-TaskList fetchTasks(ApiHandler& api);
+TaskList fetchTasks(ApiHandler& api, Cancellation* cancellation = nullptr);
 
 /// What the server proposes for a document; absent when it doesn't.
-std::optional<Suggestions> fetchSuggestions(ApiHandler& api, std::int64_t documentId);
+std::optional<Suggestions> fetchSuggestions(ApiHandler& api, std::int64_t documentId,
+                                            Cancellation* cancellation = nullptr);
 
 } // namespace ledgerfinch

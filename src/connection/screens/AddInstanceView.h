@@ -28,7 +28,7 @@ signals:
     void instanceAdded(const QString& address);
 
 private:
-    void finishConnecting(const std::string& address, const CustomHeaders& headers);
+    void finishConnecting(const std::string& address, const std::string& doubt);
 
     bool m_showSuccess = false;
 };

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace ledgerfinch {
@@ -29,6 +30,7 @@ class ConnectForm : public QObject {
     Q_PROPERTY(QString customHeadersText READ customHeadersText NOTIFY inputChanged)
     Q_PROPERTY(ledgerfinch::CustomHeadersView* customHeaders READ customHeaders CONSTANT)
     Q_PROPERTY(QString error READ error NOTIFY errorChanged)
+    Q_PROPERTY(QString reason READ reason NOTIFY errorChanged)
     Q_PROPERTY(bool isBusy READ isBusy NOTIFY isBusyChanged)
 
 public:
@@ -55,9 +57,15 @@ public:
     [[nodiscard]] CustomHeadersView* customHeaders() { return &m_customHeaders; }
     /// Empty when there is none.
     [[nodiscard]] QString error() const { return m_error; }
-    [[nodiscard]] bool isBusy() const { return m_cancellation != nullptr; }
+    /// The same in one or two sentences that say what to do, without the server's own words. After a success: what
+    /// leaves a typed token in doubt. Empty when there is neither.
+    [[nodiscard]] QString reason() const;
+    /// The same for whoever tells the cases apart.
+    [[nodiscard]] const std::optional<ApiError>& failure() const { return m_failure; }
+    [[nodiscard]] bool isBusy() const { return m_attempt != nullptr; }
 
-    /// Ends what is under way; nothing that it would have changed changes any more.
+    /// Ends what is under way; nothing that it would have changed changes any more, and what it has kept already is
+    /// taken back.
     Q_INVOKABLE void cancel();
 
 signals:
@@ -69,18 +77,29 @@ protected:
     ConnectForm(Services& services, CoreDataHandler& core, QObject* parent);
 
     void setError(const QString& text);
+    void setFailure(const ApiError& failure, const std::string& text);
+    void setFailure(const ApiError& failure) { setFailure(failure, failure.localizedDescription()); }
+    void setDoubt(const std::string& text);
     /// Protocol and server text. A pasted address that brings its own protocol counts as it is.
     [[nodiscard]] std::string composedAddress(const QString& server) const;
     [[nodiscard]] Services& services() const { return m_services; }
     [[nodiscard]] CoreDataHandler& core() const { return m_core; }
 
-    /// Runs `work` beside the main thread, then what it returned on the main thread, unless it was cancelled meanwhile.
-    using Effect = std::function<void()>;
-    void run(std::function<Effect(Cancellation&)> work);
+    /// On the main thread, unless it was cancelled meanwhile. False: it came to nothing in the end.
+    using Effect = std::function<bool()>;
+    struct Outcome {
+        Effect effect;
+        /// Beside the main thread, when the effect came to nothing or to no run. May outlive the form; may be empty.
+        std::function<void()> undo = {};
+    };
+    /// Runs `work` beside the main thread, then what it returned.
+    void run(std::function<Outcome(Cancellation&)> work);
 
 private:
+    class Attempt;
+
     void change(QString& field, const QString& text);
-    void finish(const std::shared_ptr<Cancellation>& cancellation, const Effect& effect);
+    void finish(const std::shared_ptr<Attempt>& attempt, const Effect& effect);
 
     Services& m_services;
     CoreDataHandler& m_core;
@@ -91,8 +110,11 @@ private:
     QString m_token;
     bool m_loginWithToken = false;
     QString m_error;
+    std::optional<ApiError> m_failure;
+    QString m_doubt;
     CustomHeadersView m_customHeaders;
-    std::shared_ptr<Cancellation> m_cancellation; ///< of what is under way
+    std::shared_ptr<Attempt> m_attempt;   ///< what is under way
+    std::shared_ptr<Attempt> m_finishing; ///< whose effect runs now
     DispatchQueue m_queue{"connect"};
 };
 

@@ -2,6 +2,7 @@
 #include "connection/screens/LoginView.h"
 
 #include "connection/InstanceSwitch.h"
+#include "connection/LoginRecord.h"
 
 namespace ledgerfinch {
 
@@ -12,66 +13,73 @@ void LoginView::login() {
     if (isBusy()) return;
     const auto address = composedAddress(server());
     if (!addresses::isValid(address)) {
-        setError(QStringLiteral("Server address is invalid!"));
+        setFailure(ApiError::invalidURL(), "Server address is invalid!");
         return;
     }
     // First of all, so that the first request carries them.
-    (void)storeCustomHeaders(*services().defaults, address, customHeaders()->configuredHeaders());
+    const auto stored = storeCustomHeaders(*services().defaults, address, customHeaders()->configuredHeaders());
+    if (!stored) {
+        setFailure(ApiError::settingsUnwritable(stored.error().message));
+        return;
+    }
+    if (loginWithToken())
+        loginWithTypedToken(address);
+    else
+        loginWithPassword(address);
+}
 
-    const bool withToken = loginWithToken();
-    run([this, &machine = services(), &store = core(), withToken, address, typedToken = token().toStdString(),
-         name = user().toStdString(), password = pass().toStdString()](Cancellation& cancellation) -> Effect {
-        if (!withToken) {
-            auto handler = ApiHandler::login(machine, store, address, name, password, &cancellation,
-                                             ApiHandler::Activation::Later);
-            return [this, address, handler] {
-                finishLogin(address, handler);
-            };
-        }
-        auto refused = ApiHandler::checkToken(machine, address, typedToken, &cancellation);
-        if (!refused && !cancellation.isCancelled()) {
-            // The entry first: a server without one would work in the store of offline mode.
-            const auto registered = registerInstance(*machine.defaults, address);
-            if (!registered)
-                return [this, text = QString::fromStdString(registered.error().message)] {
-                    setError(text);
-                };
-            const auto saved = KeychainHandler(machine).saveToken(typedToken, address);
-            if (!saved) refused = ApiError::secretsUnavailable(saved.error().message);
-        }
-        if (refused || cancellation.isCancelled()) {
-            const auto text = QString::fromStdString(refused ? refused->localizedDescription() : std::string());
-            return [this, text] {
-                setError(text);
-            };
-        }
-        auto handler =
-            ApiHandler::withToken(machine, store, address, typedToken, &cancellation, ApiHandler::Activation::Later);
-        return [this, address, handler] {
-            finishLogin(address, handler);
-        };
+void LoginView::loginWithPassword(const std::string& address) {
+    run([this, &machine = services(), &store = core(), address, name = user().toStdString(),
+         password = pass().toStdString()](Cancellation& cancellation) -> Outcome {
+        const auto record = std::make_shared<LoginRecord>(machine, address, addresses::withoutSlash(address));
+        auto handler = ApiHandler::login(machine, store, address, name, password, &cancellation,
+                                         ApiHandler::Activation::Later, record.get());
+        return {[this, address, handler] { return finishLogin(address, handler); },
+                [record] {
+                    record->undo();
+                }};
     });
 }
 
-void LoginView::finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler) {
+void LoginView::loginWithTypedToken(const std::string& address) {
+    run([this, &machine = services(), &store = core(), address,
+         typedToken = token().toStdString()](Cancellation& cancellation) -> Outcome {
+        const auto record = std::make_shared<LoginRecord>(machine, address, address);
+        const auto undo = [record] {
+            record->undo();
+        };
+        auto [failure, answered, doubt] = ApiHandler::tryToken(machine, address, typedToken, &cancellation);
+        if (!failure && !cancellation.isCancelled()) failure = record->keep(typedToken, std::nullopt);
+        if (failure || cancellation.isCancelled()) {
+            return {[this, failure = failure.value_or(ApiError::cancelled())] {
+                        setFailure(failure);
+                        return false;
+                    },
+                    undo};
+        }
+        auto handler =
+            ApiHandler::withToken(machine, store, address, typedToken, &cancellation, ApiHandler::Activation::Later,
+                                  answered ? ApiHandler::AskUser::Yes : ApiHandler::AskUser::No);
+        return {[this, address, handler, doubt = doubt] { return finishLogin(address, handler, doubt); }, undo};
+    });
+}
+
+bool LoginView::finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler, const std::string& doubt) {
     m_apiHandler = std::move(handler);
     emit apiHandlerChanged();
-    const auto outcome = m_apiHandler->Error();
-    if (outcome == "Success") {
-        const auto entered = enterConnectedStore(services(), core(), address);
-        if (!entered) {
-            setError(QString::fromStdString(entered.error().message));
-            return;
-        }
+    if (const auto failure = m_apiHandler->failure()) {
+        setFailure(*failure, m_apiHandler->Error());
+        return false;
     }
-    setError(QString::fromStdString(outcome));
-    if (outcome != "Success") return;
-    // Only now, with its store open: whoever is stopped before is not logged in at all.
-    (void)services().defaults->set("server", address);
-    (void)services().defaults->set("useiCloud", false);
-    (void)services().defaults->set("offlineMode", false);
+    if (const auto failure = enterConnectedStore(services(), core(), address)) {
+        setFailure(*failure);
+        return false;
+    }
+    setError(QString::fromStdString(m_apiHandler->Error()));
+    if (!doubt.empty()) setDoubt(doubt);
     m_loggedIn = true;
     emit loggedInChanged();
+    return true;
 }
 
 } // namespace ledgerfinch

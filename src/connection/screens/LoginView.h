@@ -27,7 +27,10 @@ signals:
     void loggedInChanged();
 
 private:
-    void finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler);
+    void loginWithPassword(const std::string& address);
+    void loginWithTypedToken(const std::string& address);
+    /// False when it came to nothing.
+    bool finishLogin(const std::string& address, std::shared_ptr<ApiHandler> handler, const std::string& doubt = {});
 
     std::shared_ptr<ApiHandler> m_apiHandler;
     bool m_loggedIn = false;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "connection/screens/ManageInstancesView.h"
 
-#include "connection/CustomHeaders.h"
 #include "connection/Instances.h"
-#include "connection/KeychainHandler.h"
+#include "connection/RemoveInstance.h"
 #include "store/CoreDataHandler.h"
 #include "store/FilenameSchemes.h"
+#include "store/StoreRemoval.h"
 
 #include <QPointer>
 
@@ -54,38 +54,44 @@ void ManageInstancesView::disconnectInstance() {
     if (m_isRemoving || m_instanceToRemove.isEmpty()) return;
     m_showRemovalAlert = false;
     m_isRemoving = true;
+    m_failure.reset();
     emit changed();
     const QPointer<ManageInstancesView> self(this);
     m_queue.async([this, self, address = m_instanceToRemove.toStdString()] {
-        const bool isActive = removeBesideMainThread(address);
-        mainQueue::async([self, isActive] {
+        const auto removal = removeBesideMainThread(address);
+        mainQueue::async([self, removal] {
             if (!self) return;
             self->m_isRemoving = false;
-            self->m_showCurrentInstanceAlert = isActive;
+            self->m_showCurrentInstanceAlert = removal.isActive;
+            self->m_failure = removal.failure;
             emit self->changed();
         });
     });
 }
 
-bool ManageInstancesView::removeBesideMainThread(const std::string& address) {
+QString ManageInstancesView::error() const {
+    return m_failure ? QString::fromStdString(m_failure->localizedDescription()) : QString();
+}
+
+ManageInstancesView::Removal ManageInstancesView::removeBesideMainThread(const std::string& address) {
     auto& defaults = *m_services.defaults;
     const auto active = defaults.string("server").value_or("");
     const auto connected = ConnectedInstances::load(defaults);
     const auto* current = connected.find(active);
     const auto* target = connected.find(address);
-    if (current == nullptr || target == nullptr) return false;
-    if (current == target) return true;
+    if (current == nullptr || target == nullptr) return {};
+    if (current == target) return {true};
 
-    (void)removeCustomHeaders(defaults, target->first);
-    KeychainHandler(m_services).removeToken(target->first);
+    const auto removed = removeInstance(m_services, target->first);
+    if (removed.error) return {false, removed.error};
     // Settings can be edited: a store that isn't this entry's alone holds somebody else's papers.
-    bool mayEmpty = false;
-    (void)changeInstances(defaults, [&](ConnectedInstances& all) {
-        mayEmpty = all.ownsStore(target->first, target->second);
-        all.instances.erase(target->first);
-    });
-    if (mayEmpty && target->second.store != m_core.storeName()) emptyStore(target->second.store);
-    return false;
+    if (!removed.ownedStore || removed.entry->store == m_core.storeName()) return {};
+    emptyStore(removed.entry->store);
+    // Nobody has it open any more. What can't go now is swept later.
+    if (const auto gone = removeStoreFiles(m_services, removed.entry->store); !gone)
+        m_services.logger("ManageInstancesView")
+            .error("The store of a disconnected instance can't be removed: %{public}s", gone.error().message);
+    return {};
 }
 
 void ManageInstancesView::emptyStore(const std::string& store) {

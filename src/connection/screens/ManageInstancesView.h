@@ -1,12 +1,14 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #pragma once
 
+#include "connection/ApiError.h"
 #include "platform/DispatchQueue.h"
 #include "platform/Services.h"
 
 #include <QObject>
 #include <QStringList>
 
+#include <optional>
 #include <string>
 
 namespace ledgerfinch {
@@ -23,6 +25,7 @@ class ManageInstancesView final : public QObject {
     Q_PROPERTY(QString removalQuestion READ removalQuestion NOTIFY changed)
     Q_PROPERTY(bool showCurrentInstanceCantBeRemovedAlert READ showCurrentInstanceCantBeRemovedAlert NOTIFY changed)
     Q_PROPERTY(QString currentInstanceText READ currentInstanceText CONSTANT)
+    Q_PROPERTY(QString error READ error NOTIFY changed)
     Q_PROPERTY(bool isRemoving READ isRemoving NOTIFY changed)
 
 public:
@@ -36,6 +39,10 @@ public:
     [[nodiscard]] bool showCurrentInstanceCantBeRemovedAlert() const { return m_showCurrentInstanceAlert; }
     [[nodiscard]] QString currentInstanceText() const;
     [[nodiscard]] bool isRemoving() const { return m_isRemoving; }
+    /// Why the last removal did not come about, because of this device: the server's entry is still there then. Empty
+    /// when there is no such trouble.
+    [[nodiscard]] QString error() const;
+    [[nodiscard]] const std::optional<ApiError>& failure() const { return m_failure; }
 
     /// A row's "Disconnect": asks.
     Q_INVOKABLE void askToDisconnect(const QString& address);
@@ -51,8 +58,11 @@ signals:
     void changed();
 
 private:
-    /// Gives whether the alert about the active server is due.
-    bool removeBesideMainThread(const std::string& address);
+    struct Removal {
+        bool isActive = false; ///< the alert about the active server is due
+        std::optional<ApiError> failure = {};
+    };
+    Removal removeBesideMainThread(const std::string& address);
     void emptyStore(const std::string& store);
 
     Services& m_services;
@@ -61,6 +71,7 @@ private:
     bool m_showRemovalAlert = false;
     bool m_showCurrentInstanceAlert = false;
     bool m_isRemoving = false;
+    std::optional<ApiError> m_failure;
     DispatchQueue m_queue{"instances"};
 };
 
